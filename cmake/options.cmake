@@ -1,0 +1,25 @@
+# What every target is compiled and linked with. The presets choose among the options below.
+
+option(INSTALLER_WERROR "Treat warnings as errors" OFF)
+option(INSTALLER_HARDEN "Build a hardened program: PIE, RELRO, stack protector, _FORTIFY_SOURCE" OFF)
+option(INSTALLER_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
+
+add_library(project_options INTERFACE)
+target_compile_options(project_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2)
+
+if(INSTALLER_WERROR)
+    target_compile_options(project_options INTERFACE -Werror)
+endif()
+
+if(INSTALLER_HARDEN)
+    set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+    target_compile_options(project_options INTERFACE -fstack-protector-strong -fstack-clash-protection -fcf-protection
+                                                     -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    target_link_options(project_options INTERFACE -pie -Wl,-z,relro,-z,now -static-libstdc++ -static-libgcc)
+endif()
+
+if(INSTALLER_SANITIZE)
+    target_compile_options(project_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
+                                                     -fno-omit-frame-pointer)
+    target_link_options(project_options INTERFACE -fsanitize=address,undefined)
+endif()
