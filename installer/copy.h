@@ -110,7 +110,7 @@ const char *copy_control(copy *x, std::uint32_t index);
 const char *copy_control_cmp(copy *x, std::uint32_t index);
 
 /// Write the directory that `source` or `dest` names into `buffer` (`n` bytes, cut to fit, always terminated): the text up
-/// to and including the last "/" or "", or the working directory when there is neither. Return `buffer`, or null when
+/// to and including the last "/" or "\", or the working directory when there is neither. Return `buffer`, or null when
 /// the field or `buffer` is null or `n` is below 1.
 char *copy_src_path(copy *x, std::uint32_t index, char *buffer, int n);
 char *copy_dst_path(copy *x, std::uint32_t index, char *buffer, int n);
@@ -158,11 +158,9 @@ const char *copy_error();
 // The commands that are not plain copies or removals. Each runs record `index` whatever its type and control, and returns
 // 0 for failure; what was done before a failure stays.
 
-/// "Ini": writes `dest` from the template `source`: every line trimmed, expanded as by replace_vars and ended with "
-".
-    /// A template that cannot be read leaves an empty target. Returns 1 when every byte reached the target.
-    int
-    copy_write_ini(copy *x, std::uint32_t index);
+/// "Ini": writes `dest` from the template `source`: every line trimmed, expanded as by replace_vars and ended with "\n".
+/// A template that cannot be read leaves an empty target. Returns 1 when every byte reached the target.
+int copy_write_ini(copy *x, std::uint32_t index);
 
 /// "Rename": renames `source` to `dest`. Returns 1 or 0.
 int copy_rename(copy *x, std::uint32_t index);
