@@ -135,6 +135,15 @@ int quest_ask(const questions *x, std::uint32_t index, char *answer, std::uint32
 /// one separator at its end, a FileName its directory and extension.
 int quest_answer(questions *x, std::uint32_t index, char *answer);
 
+/// Reads one line from standard input into `reply`, at most `bfsz`-1 characters, trimmed: what quest_ask does
+/// once the prompt is shown. Returns 1; 0 at the end of the input, with an empty reply, or for a bad
+/// argument.
+int quest_read(char *reply, std::uint32_t bfsz);
+
+/// Returns 1 when the last quest_ask or quest_read met the end of the input, 0 when it read a line, even an
+/// empty one.
+int quest_input_ended();
+
 // --- Errors ---
 
 /// Makes the formatted text the last error of this module and logs it; when `errno` is set, ", " and the
