@@ -56,7 +56,7 @@ extern array *EmsgLog;
 log *log_init(LogLevel level);
 
 /// Closes `x`'s file and appends to `file` from now on; when there is no current log, makes `x` current and
-/// writes the errors that wait. Returns 1; 0 for null arguments, when `file` cannot be opened, is a fifo
+/// writes the errors that wait. Returns 1; 0 for a null argument, when `file` cannot be opened, is a fifo
 /// (opening one could wait for ever) or does not fit `File`: then the log is closed and `File` as before.
 int log_open(log *x, const char *file);
 
