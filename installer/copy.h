@@ -206,9 +206,15 @@ int copy_rfile(copy *x, std::uint32_t index);
 int dochown(const char *path, const char *wild, const char *not_, int uid, int gid);
 int dochmod(const char *path, const char *wild, const char *not_, std::uint16_t mode);
 
+// Reporting and releasing.
+
 /// Logs an error of this module, with ", " and the system's reason when errno is not 0. A null format does
 /// nothing; errno is left alone.
 void cerror(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+/// Releases the object with its records and sets the caller's pointer to null. Null, or a pointer to null, is
+/// ignored.
+void copy_free(copy **x);
 
 } // namespace installer
 
