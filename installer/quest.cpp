@@ -191,7 +191,6 @@ void show(const char *prompt) {
             prompt += std::strspn(prompt, blanks);
         }
     std::printf("%s ", prompt);
-    std::fflush(stdout);
 }
 
 void show_question(const questions &x, const quest &entry, const char *dflt) {
@@ -396,6 +395,7 @@ int quest_ask(const questions *x, std::uint32_t index, char *answer, std::uint32
 int quest_read(char *reply, std::uint32_t bfsz) {
     if (reply == nullptr || bfsz == 0)
         return 0;
+    std::fflush(stdout); // the prompt is seen before the reply is typed
     *reply = '\0';
     input_ended = std::fgets(reply, size_of(bfsz), stdin) == nullptr;
     if (input_ended)

@@ -135,8 +135,8 @@ int quest_ask(const questions *x, std::uint32_t index, char *answer, std::uint32
 /// one separator at its end, a FileName its directory and extension.
 int quest_answer(questions *x, std::uint32_t index, char *answer);
 
-/// Reads one line from standard input into `reply`, at most `bfsz`-1 characters, trimmed: what quest_ask does
-/// once the prompt is shown. Returns 1; 0 at the end of the input, with an empty reply, or for a bad
+/// Shows what was printed so far and reads one line from standard input into `reply`, at most `bfsz`-1
+/// characters, trimmed: what quest_ask does once it has printed the prompt. Returns 1; 0 at the end of the input, with an empty reply, or for a bad
 /// argument.
 int quest_read(char *reply, std::uint32_t bfsz);
 
