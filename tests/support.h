@@ -26,6 +26,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -107,6 +108,32 @@ inline std::string without_stamp(const std::string &line) {
         at++;
     return line.compare(at, 2, "] ") == 0 ? line.substr(at + 2) : line;
 }
+
+/// A receiving buffer of `size` bytes, filled with '#' and then holding `text` (none for a null one). Fails the
+/// test when a byte behind it was written.
+class Buffer {
+  public:
+    explicit Buffer(int size, const char *text = nullptr)
+        : bytes_(new char[static_cast<std::size_t>(size) + margin]), size_(size) {
+        std::fill_n(bytes_.get(), static_cast<std::size_t>(size) + margin, '#');
+        if (text != nullptr)
+            std::copy_n(text, std::string_view(text).size() + 1, bytes_.get());
+    }
+    ~Buffer() {
+        EXPECT_EQ(std::string(margin, '#'), std::string(bytes_.get() + size_, margin))
+            << "written past the end";
+    }
+    Buffer(const Buffer &) = delete;
+    Buffer &operator=(const Buffer &) = delete;
+
+    operator char *() const { return bytes_.get(); }
+    [[nodiscard]] int size() const { return size_; }
+
+  private:
+    static constexpr std::size_t margin = 16;
+    std::unique_ptr<char[]> bytes_;
+    int size_;
+};
 
 /// Puts back what a test changed in the process: working directory, umask, environment, the current log and
 /// the errors that wait for one (which are none at the start of a test).
