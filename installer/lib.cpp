@@ -1210,12 +1210,17 @@ char *pstring_read(FILE *file) {
     std::int32_t length = 0;
     if (!file || std::fread(&length, sizeof length, 1, file) != 1 || length < 1)
         return nullptr;
-    const std::size_t count = static_cast<std::size_t>(length);
-    text_ptr text(static_cast<char *>(std::malloc(count + 1)));
-    if (!text || std::fread(text.get(), 1, count, file) != count)
-        return nullptr;
-    text.get()[count] = '\0';
-    return text.release();
+    std::string text; // grows with what is there: the length may be anything
+    for (std::size_t left = static_cast<std::size_t>(length); left;) {
+        char piece[4096];
+        const std::size_t got = std::fread(piece, 1, std::min(left, sizeof piece), file);
+        if (got == 0)
+            return nullptr;
+        text.append(piece, got);
+        left -= got;
+    }
+    char *const made = static_cast<char *>(std::malloc(text.size() + 1));
+    return made ? static_cast<char *>(std::memcpy(made, text.c_str(), text.size() + 1)) : nullptr;
 }
 
 int lib_free(int x) {
