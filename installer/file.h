@@ -81,7 +81,7 @@ int file_xcopy(const char *path, const char *wild, const char *not_, const char 
                std::uint32_t *bytes);
 
 /// file_copy, then removes `src`: 1, or 0 when either fails. A target that exists and is kept (file_copy's -1)
-/// counts as copied, so that the source is removed then too: kept, operators rely on the source being gone.
+/// counts as copied, so that the source is removed then too; this is meant.
 int file_move(const char *src, const char *dst, int overwrite, std::uint32_t *bytes);
 
 /// file_xcopy that moves: `recurse` also means that existing targets are overwritten. A directory is removed,
