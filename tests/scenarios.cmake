@@ -7,3 +7,7 @@ foreach(about IN LISTS scenario_about_files)
              COMMAND ${SYSTEM_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/run_scenario $<TARGET_FILE:installer> ${folder})
     set_tests_properties(scenario.${name} PROPERTIES LABELS scenario SKIP_RETURN_CODE 77 TIMEOUT 60)
 endforeach()
+
+# The example kit, played whole.
+add_test(NAME noticeboard COMMAND ${SYSTEM_PYTHON3} ${CMAKE_CURRENT_SOURCE_DIR}/noticeboard_test.py)
+set_tests_properties(noticeboard PROPERTIES LABELS demo ENVIRONMENT "INSTALLER=$<TARGET_FILE:installer>")
