@@ -1,0 +1,3 @@
+[tidy]
+RmFile [ROOT]/target/*.tmp -
+WFile [ROOT]/target/note tidied

@@ -1,0 +1,4 @@
+[install]
+Exist [ROOT]/target/library found
+Error found Install the library first.
+WFile [ROOT]/target/never product

@@ -1,0 +1,3 @@
+[install]
+WFile [ROOT]/target/one one
+WFile [ROOT]/target/two two

@@ -1,0 +1,3 @@
+[install]
+Text one - - h First word
+Text two - - h Second word

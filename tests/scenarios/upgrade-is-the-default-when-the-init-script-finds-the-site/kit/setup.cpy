@@ -1,0 +1,2 @@
+[upgrade]
+CopyFile $(current_dir)/news.html - [ROOT]/target
