@@ -1,8 +1,8 @@
 # setup.cpy - what is copied, made and removed, a section for each action.
 #
 # A line is a command, its words, and at the end, if it is not always to run, a control and a compare word: it runs when
-# the setting "control" is true, or, with a compare word, when it has that value. The words, "not" being a list of names
-# to leave out, such as *.bak,CVS, or "-" for none:
+# the setting "control" is true, or, with a compare word, when it has that value, in capitals or not. (A control that has
+# no value stops nothing.) The words, "not" being a list of names to leave out, such as *.bak,CVS, or "-" for none:
 #
 #     CopyFile, CopyDir, Chown, Chmod     source not target
 #     RmFile, RmDir                       source not
