@@ -51,9 +51,8 @@ void test_file(ini *x, const init_item &item) {
 }
 
 void copy_setting(ini *x, const init_item &item) {
-    // A copy, for a setting may be copied to itself, and adding may release the value that it replaces.
-    const text_ptr value(s_strdup(value_or_word(x, item.b)));
-    ini_add_name(x, item.a, value.get());
+    ini_add_name(x, item.a,
+                 value_or_word(x, item.b)); // the store takes a value of its own: one setting may be both
 }
 
 void find_web_fact(ini *x, const init_item &item) {

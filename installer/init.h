@@ -149,8 +149,8 @@ extern int done_user, done_group, done_root, done_scripts;
 /// with one of these texts in `errmsg`, the buffers untouched:
 ///     "Cannot find httpd.conf file"
 ///     "User '%s' has bad uid '%d'", "Group '%s' has bad uid '%d'" (the word "uid" in both is meant)
-///     "Could not find" and, for each fact that is unknown, wanted or not, in this order: ", Group", ", User",
-///     ", DocumentRoot", ", ScriptAlias"
+///     "Could not find" and, for each fact that is unknown, wanted or not, in this order: ", Group",
+///     ", User", ", DocumentRoot", ", ScriptAlias"
 int init_find_http_conf(char *user, char *group, char *root, char *scripts, char *errmsg);
 
 } // namespace installer

@@ -380,7 +380,6 @@ int quest_ask(const questions *x, std::uint32_t index, char *answer, std::uint32
     char dflt[text_size] = "";
     quest_default(x, index, dflt, sizeof dflt);
     show_question(*x, *entry, dflt);
-    errno = 0; // what the console did to it while the prompt was shown is not why an answer is missing
     quest_read(answer, bfsz);
     if (*answer != '\0')
         return 1;
@@ -396,7 +395,7 @@ int quest_read(char *reply, std::uint32_t bfsz) {
     if (reply == nullptr || bfsz == 0)
         return 0;
     std::fflush(stdout); // the prompt is seen before the reply is typed
-    *reply = '\0';
+    errno = 0;           // a console that could not show it is not why an answer is missing
     input_ended = std::fgets(reply, size_of(bfsz), stdin) == nullptr;
     if (input_ended)
         *reply = '\0';

@@ -136,8 +136,8 @@ int quest_ask(const questions *x, std::uint32_t index, char *answer, std::uint32
 int quest_answer(questions *x, std::uint32_t index, char *answer);
 
 /// Shows what was printed so far and reads one line from standard input into `reply`, at most `bfsz`-1
-/// characters, trimmed: what quest_ask does once it has printed the prompt. Returns 1; 0 at the end of the input, with an empty reply, or for a bad
-/// argument.
+/// characters, trimmed: what quest_ask does once it has printed the prompt. Returns 1; 0 at the end of the
+/// input, with an empty reply, or for a bad argument. `errno` is 0 afterwards, or why the reading failed.
 int quest_read(char *reply, std::uint32_t bfsz);
 
 /// Returns 1 when the last quest_ask or quest_read met the end of the input, 0 when it read a line, even an

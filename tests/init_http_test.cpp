@@ -1,6 +1,6 @@
-// The configuration file stands at fixed paths of the host. Each test therefore runs in a child process of its own that
-// sees private, empty folders there, and a user and group database that knows one account; the host is not touched. A
-// system that grants no private mounts skips the tests and says why.
+// The configuration file stands at fixed paths of the host. Each test therefore runs in a child process of
+// its own that sees private, empty folders there, and a user and group database that knows one account; the
+// host is not touched. A system that grants no private mounts skips the tests and says why.
 
 #include "installer/ini.h"
 #include "installer/init.h"

@@ -4,6 +4,7 @@
 #include "support.h"
 
 #include <cstring>
+#include <fcntl.h>
 
 namespace installer {
 namespace {
@@ -30,6 +31,27 @@ class Typed {
     }
     Typed(const Typed &) = delete;
     Typed &operator=(const Typed &) = delete;
+
+  private:
+    int saved_;
+};
+
+/// Standard output goes to a file while this lives.
+class Shown {
+  public:
+    explicit Shown(const char *file) : saved_((std::fflush(stdout), dup(STDOUT_FILENO))) {
+        const int fd = open(file, O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        EXPECT_EQ(STDOUT_FILENO, dup2(fd, STDOUT_FILENO));
+        close(fd);
+    }
+    ~Shown() {
+        std::fflush(stdout);
+        std::clearerr(stdout);
+        dup2(saved_, STDOUT_FILENO);
+        close(saved_);
+    }
+    Shown(const Shown &) = delete;
+    Shown &operator=(const Shown &) = delete;
 
   private:
     int saved_;
@@ -187,6 +209,14 @@ TEST_F(QuestAsk, WithoutAStoreTheTextIsShownAsWritten) {
     EXPECT_EQ("Where is $(plain) []? ", shown);
 }
 
+TEST_F(QuestAsk, ThePromptIsSeenBeforeTheReplyIsTyped) {
+    ask_for("Text plain - - h Name");
+    const Typed input(beside("typed"), "x\n");
+    const Shown output(beside("shown").c_str());
+    EXPECT_EQ(1, quest_ask(set, 0, answer, sizeof answer));
+    EXPECT_EQ("Name []? ", test::read_file(beside("shown"))) << "nothing waits in the buffer";
+}
+
 // The prompt is the text and " []?", four characters more.
 TEST_F(QuestAsk, APromptOfUpTo80CharactersIsOneLine) {
     EXPECT_EQ(a(75) + " []? ", prompt_for(a(75)));
@@ -286,6 +316,27 @@ TEST_F(QuestAsk, AnEmptyReplyWithoutADefaultIsRefused) {
         EXPECT_STREQ("You must enter an answer", quest_error());
         EXPECT_STREQ("", answer);
     }
+}
+
+TEST_F(QuestAsk, AConsoleThatShowsNothingIsNotWhyAnAnswerIsMissing) {
+    if (!test::exists("/dev/full"))
+        GTEST_SKIP() << "this system has no /dev/full";
+    ask_for("Text plain - - h t");
+    const Typed input(beside("typed"), "\n");
+    {
+        const Shown output("/dev/full");
+        EXPECT_EQ(0, quest_ask(set, 0, answer, sizeof answer));
+    }
+    EXPECT_STREQ("You must enter an answer", quest_error());
+}
+
+TEST_F(QuestAsk, AReplyThatCannotBeReadSaysWhy) {
+    ask_for("Text plain - - h t");
+    const Typed input(beside("typed"), "");
+    EXPECT_NE(nullptr, std::freopen(".", "r", stdin));
+    EXPECT_EQ(0, ask_again());
+    EXPECT_STREQ("You must enter an answer, Is a directory", quest_error());
+    EXPECT_EQ(1, quest_input_ended());
 }
 
 TEST_F(QuestAsk, AnEmptyDefaultIsNone) {
@@ -434,6 +485,32 @@ TEST_F(QuestAsk, RefusedAnswersAreNotStored) {
         expected.emplace_back(row.error);
     }
     EXPECT_EQ(expected, errors());
+}
+
+TEST_F(QuestAsk, AnEmptyDirectoryAnswerHasNoSeparatorToCut) {
+    ask_for("Dir s - - h t");
+    const text_ptr empty(s_strdup("")); // of exactly this size, so that a look before its start shows
+    EXPECT_EQ(1, quest_answer(set, 0, empty.get()));
+}
+
+TEST_F(QuestAsk, OnlyTheWholeTypeAsksForAnEmptyDirectory) {
+    std::filesystem::create_directory("full");
+    write_file("full/file", "");
+    ask_for("Text s - - h t");
+    for (const QType type : {QEmpty, QEmpty | QText, QDirEmpty | QText}) {
+        set->list[0].type = type;
+        EXPECT_EQ(1, reply("full")) << type;
+    }
+}
+
+TEST_F(QuestAsk, TheBitsAreTestedInTheirOrder) {
+    ask_for("Text s - - h t");
+    set->list[0].type = QExist | QYN; // a word that exists as a file is no longer taken as yes or no
+    write_file("yes", "");
+    EXPECT_EQ(1, reply("yes"));
+    EXPECT_STREQ("yes", ini_value_name(store, "s"));
+    EXPECT_EQ(0, reply("no"));
+    EXPECT_STREQ("File 'no' must exist, No such file or directory", quest_error());
 }
 
 TEST_F(QuestAsk, TheAnswerIsChangedInPlace) {
