@@ -139,14 +139,17 @@ int find_setting(const ini *x, const char *name, Same same) {
     return -1;
 }
 
-/// Most names differ in their first character: this is the look-up that every script line goes through.
+/// Most names differ in their first character: these are the look-ups that every script line goes through.
 int find_exact(const ini *x, const char *name) {
     return find_setting(x, name,
                         [](const char *a, const char *b) { return *a == *b && s_strcmp(a, b) == 0; });
 }
 
 int find_ignoring_case(const ini *x, const char *name) {
-    return find_setting(x, name, [](const char *a, const char *b) { return s_stricmp(a, b) == 0; });
+    return find_setting(x, name, [](const char *a, const char *b) {
+        return charmap[static_cast<unsigned char>(*a)] == charmap[static_cast<unsigned char>(*b)] &&
+               s_stricmp(a, b) == 0;
+    });
 }
 
 // --- Borrowing along associations ---

@@ -7,13 +7,13 @@
 //
 // What a caller must hold in mind:
 //   1. Settings are never deleted: an index stays valid until the store is freed. Look-ups by name take the
-//      first setting of that name, exactly as written; a second one of the same name is reached by index only.
-//   2. A text that a read returns lives in the store, until that value is removed, replaced or rewritten. Copy
-//      what is kept longer.
+//      first setting of that name, exactly as written; a second one of it is reached by index only.
+//   2. A text that a read returns lives in the store, until that value is removed, replaced or rewritten.
+//      Copy what is kept longer.
 //   3. Every setting has one cursor over its values, shared by reads, adds and removals. ini_value puts it on
-//      the first value, so a value that is added right after a read goes in front of the others; after set-up,
-//      after an add and after a finished walk the cursor stands at the end, where an add appends. Do not mix a
-//      walk (ini_value, then ini_value_next) with other uses of the same setting.
+//      the first value, so a value that is added right after a read goes in front of the others; after
+//      set-up, after an add and after a finished walk it stands at the end, where an add appends. Do not mix
+//      a walk (ini_value, then ini_value_next) with other uses of the same setting.
 //
 // Results, where nothing else is said: 1 done, -1 refused by a mode rule, 0 bad arguments; null or -1 for
 // "not found". A bad index is negative or not below ini_items. Null arguments are accepted everywhere.
@@ -260,11 +260,11 @@ int ini_process(ini *x);
 // lines are read in pieces of 999 bytes.
 //
 // A store that is saved and loaded into a store of the same definitions (set up without defaults) holds the
-// same values again, except for what a line cannot carry: values with a line feed, with white space at either
-// end, or empty ones of a setting that must not be empty; lines of 1000 bytes and more; names that are empty,
-// hold white space, start with "#" or read "vhost" or "vend"; the second of two settings of one name. What
-// saving leaves out or writes as it reads is named there; conversion functions and path rules apply to what
-// is loaded.
+// same values again, except for what a line cannot carry: values with a line feed, with a blank or tab at the
+// start or white space at the end; empty values of a setting that must not be empty; lines of 1000 bytes and
+// more; names that are empty, start with white space or "#", hold a blank, a tab or a line feed, or read
+// "vhost" or "vend"; the second of two settings of one name. What saving leaves out or writes as it reads is
+// named there; conversion functions and path rules apply to what is loaded.
 
 /// Adds the values of a file. A name without an extension gets ".ini". `vhost` is the chosen virtual host;
 /// when it is null, the first "vhost" line takes it from the environment variable that the setting
