@@ -1,0 +1,3 @@
+[install]
+WFile [ROOT]/target/name name
+WFile [ROOT]/target/town town

@@ -1,0 +1,2 @@
+[]
+WFile [ROOT]/target/never product

@@ -1,0 +1,2 @@
+[]
+Text never - - h Never asked

@@ -1,0 +1,2 @@
+[mail]
+WFile [ROOT]/target/never relay

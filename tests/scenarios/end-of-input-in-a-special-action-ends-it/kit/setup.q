@@ -1,0 +1,2 @@
+[mail]
+Text relay - - h Relay

@@ -1,0 +1,2 @@
+[upgrade]
+DirExist folder - - h Folder

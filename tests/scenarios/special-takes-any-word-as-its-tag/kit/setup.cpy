@@ -1,0 +1,2 @@
+[-automate]
+WFile [ROOT]/target/done product

@@ -1,0 +1,3 @@
+[install]
+[]
+Text never - - h Never asked

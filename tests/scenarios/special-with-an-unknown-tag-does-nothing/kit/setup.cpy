@@ -1,0 +1,2 @@
+[tydi]
+WFile [ROOT]/target/never product

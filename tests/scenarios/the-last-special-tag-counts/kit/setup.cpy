@@ -1,0 +1,4 @@
+[tidy]
+WFile [ROOT]/target/tidy product
+[check]
+WFile [ROOT]/target/check product

@@ -1,0 +1,2 @@
+[upgrade]
+Text word - - h Word
