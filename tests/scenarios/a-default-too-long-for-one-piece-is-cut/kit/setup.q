@@ -1,0 +1,3 @@
+[install]
+Text motto - - h Motto
+Text second - - h Second

@@ -1,0 +1,4 @@
+[remove]
+Exist [ROOT]/target/stopped stopped
+Loop stopped 0
+Text name - - h Name

@@ -1,0 +1,3 @@
+[install]
+WFile [ROOT]/target/motto motto
+WFile [ROOT]/target/second second

@@ -1,0 +1,3 @@
+[install]
+Text name - - h Name
+Text drive - - h Drive

@@ -1,0 +1,3 @@
+[install]
+DirExist folder - - h Folder
+Copy last - - h product

@@ -1,0 +1,2 @@
+[upgrade]
+Text title - - h Title

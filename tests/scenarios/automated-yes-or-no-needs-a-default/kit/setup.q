@@ -1,0 +1,2 @@
+[install]
+YN public - - h Public

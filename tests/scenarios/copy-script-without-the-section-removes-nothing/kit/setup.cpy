@@ -1,0 +1,2 @@
+[install]
+RmFile [ROOT]/target/* -

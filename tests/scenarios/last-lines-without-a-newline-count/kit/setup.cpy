@@ -1,0 +1,2 @@
+[install]
+Ini $(current_dir)/page.tmpl [ROOT]/target/page

@@ -1,0 +1,3 @@
+[install]
+Ini $(current_dir)/page.tmpl [ROOT]/target/page
+WFile [ROOT]/target/public public

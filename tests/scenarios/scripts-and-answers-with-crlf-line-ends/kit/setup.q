@@ -1,0 +1,4 @@
+[install]
+Text name - - h Name
+
+YN public - - h Public
