@@ -336,7 +336,7 @@ char *spre(char *dst, const char *prefix, int size) {
     if (length + before >= static_cast<std::size_t>(size))
         return nullptr;
     std::memmove(dst + before, dst, length + 1);
-    std::memcpy(dst, prefix, before);
+    std::copy_n(prefix, before, dst);
     return dst;
 }
 
@@ -610,8 +610,9 @@ char *strip_whitespace(char *s) {
 
 namespace {
 
-/// By how many characters a directory and a name grow when they meet: -1 when one of two touching separators goes, 1
-/// when one is put between, else 0. A directory that was joined before ends in `Sep`, whatever that is.
+/// By how many characters a directory and a name grow when they meet: -1 when one of two touching
+/// separators goes, 1 when one is put between, else 0. A directory that was joined before ends in `Sep`,
+/// whatever that is.
 int joint(char dir_last, char name_first) {
     const bool left = is_separator(dir_last) || dir_last == Sep[0];
     const bool right = is_separator(name_first);
@@ -678,7 +679,8 @@ char *attach_ext(char *path, const char *ext, int bfsz) {
 
 namespace {
 
-/// Removes "." and ".." components by their text, the leftmost first. The character after ".." is not looked at.
+/// Removes "." and ".." components by their text, the leftmost first. The character after ".." is not
+/// looked at.
 void resolve_dots(std::string &path) {
     std::size_t at = 0;
     while ((at = path.find("/.", at)) != std::string::npos) {
@@ -807,9 +809,10 @@ char *tempfile(char *result, int bfsz, const char *path, const char *mask) {
 
 // Wildcards
 //
-// A pattern is a head and then runs, each behind a star. Whether a run fits at a place of the text depends on nothing
-// that came before it, and what follows it only ever profits from more text being left. So the first place where a run
-// fits is as good as any later one, the last run fits at the end or not at all, and nothing is ever tried twice.
+// A pattern is a head and then runs, each behind a star. Whether a run fits at a place of the text depends
+// on nothing that came before it, and what follows it only ever profits from more text being left. So the
+// first place where a run fits is as good as any later one, the last run fits at the end or not at all, and
+// nothing is ever tried twice.
 
 namespace {
 
@@ -828,7 +831,7 @@ struct matcher {
                           [this](char pattern, char c) { return fits_one(pattern, c); });
     }
 
-    /// Behind a star the run's first character must stand in the text as it is written, also when it is '?'.
+    /// Behind a star the run's first character must stand in the text as it is written, even a '?'.
     bool fits_behind_star(std::string_view text, std::string_view run) const {
         return !text.empty() && fold(text.front()) == fold(run.front()) && fits(text, run);
     }

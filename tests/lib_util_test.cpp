@@ -206,8 +206,9 @@ TEST_F(Util, MsleepSleepsAtLeastThatLong) {
 
 void test_handler(int) {}
 
-/// What the system does with each signal after `action` ran: 'D'efault, 'I'gnored or 'H' the test's handler. Asked in a
-/// child process that begins with every action at its default, so that nothing here changes.
+/// What the system does with each signal after `action` ran: 'D'efault, 'I'gnored or 'H' the test's
+/// handler. Asked in a child process that begins with every action at its default, so that nothing here
+/// changes.
 std::string dispositions_after(const std::vector<int> &signals, void (*action)()) {
     int ends[2];
     if (pipe(ends) != 0)
