@@ -33,16 +33,24 @@ bool initialised = false;
 
 // --- Names and addresses ---
 
+// The resolver tells its failures apart in a way of its own and often leaves `errno` alone: neither an older cause nor
+// "Success" may be logged then.
+void report_look_up() {
+    if (errno == 0)
+        errno = EADDRNOTAVAIL;
+    emsg("Socket gethostbyname failed, %s", tcp_error());
+}
+
 hostent *look_up(const char *name) {
-    errno = 0; // the resolver does not always set it, and an older cause would mislead
+    errno = 0;
     hostent *host = ::gethostbyname(name);
     if (host == nullptr)
-        emsg("Socket gethostbyname failed, %s", tcp_error());
+        report_look_up();
     return host;
 }
 
 bool has_address(const hostent &host) {
-    return host.h_addrtype == AF_INET && host.h_length == sizeof(in_addr) && host.h_addr_list[0] != nullptr;
+    return host.h_addrtype == AF_INET && host.h_addr_list[0] != nullptr;
 }
 
 bool resolve(const char *ip, in_addr &address) {
@@ -54,8 +62,8 @@ bool resolve(const char *ip, in_addr &address) {
     if (host == nullptr)
         return false;
     if (!has_address(*host)) {
-        errno = EADDRNOTAVAIL;
-        emsg("Socket gethostbyname failed, %s", tcp_error());
+        errno = 0;
+        report_look_up();
         return false;
     }
     std::memcpy(&address, host->h_addr_list[0], sizeof address);

@@ -103,7 +103,8 @@ int tcp_open(socket *x, const char *ip, int port);
 /// Listens at `ip`, an address or a name of this machine, or at every address when it is null ("0.0.0.0" is refused).
 /// Port 0 lets the system choose one, which `myport` does not tell. With `reuse` a port left a moment ago is taken
 /// over. The listener waits in tcp_accept even when the socket is non-blocking, unless tcp_set_block is called after
-/// this. Returns 1, or 0 with the socket closed and an error logged (a port beyond 0 to 65535: silently).
+/// this. Digits and dots that are no address, such as "1.2.3.999", are 255.255.255.255 to the system, and the system
+/// decides about that. Returns 1, or 0 with the socket closed and an error logged (a port beyond 0 to 65535: silently).
 int tcp_bind(socket *x, const char *ip, int port, int reuse);
 
 /// Waits for a connection to `listener` and gives it to `nsock`, another socket from tcp_new. Returns 1, or 0 with an
