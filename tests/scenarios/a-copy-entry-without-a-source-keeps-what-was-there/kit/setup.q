@@ -1,0 +1,5 @@
+[install]
+Copy mail - - h nosuch
+Copy name off - h user
+Text mail - - h Mail
+Text name - - h Name

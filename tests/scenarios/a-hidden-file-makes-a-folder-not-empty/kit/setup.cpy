@@ -1,0 +1,2 @@
+[install]
+WFile $(work)/place work

@@ -1,0 +1,2 @@
+[install]
+DirEmpty work - - h Work folder

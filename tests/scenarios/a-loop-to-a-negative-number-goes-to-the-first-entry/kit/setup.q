@@ -1,0 +1,4 @@
+[install]
+Text name - - h Name
+YN sure - - h Sure
+Loop sure -3

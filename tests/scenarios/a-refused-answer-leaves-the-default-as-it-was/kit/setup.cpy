@@ -1,0 +1,2 @@
+[install]
+WFile $(site)/name product

@@ -1,0 +1,4 @@
+[install]
+Text site - - h Site
+Copy title - - h site
+Text title - - h Title

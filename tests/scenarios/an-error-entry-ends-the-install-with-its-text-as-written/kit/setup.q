@@ -1,0 +1,4 @@
+[install]
+Exist $(site) found
+Error found h $(product) needs\na database.
+Text never - - h Never asked

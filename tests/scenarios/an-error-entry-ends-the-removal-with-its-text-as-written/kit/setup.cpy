@@ -1,0 +1,2 @@
+[remove]
+WFile [ROOT]/target/never product

@@ -1,0 +1,2 @@
+[check]
+WFile [ROOT]/target/never product

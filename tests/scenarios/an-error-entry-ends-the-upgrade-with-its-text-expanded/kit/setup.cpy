@@ -1,0 +1,2 @@
+[upgrade]
+WFile [ROOT]/target/never product

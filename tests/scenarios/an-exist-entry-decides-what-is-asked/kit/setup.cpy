@@ -1,0 +1,3 @@
+[install]
+WFile [ROOT]/target/page page
+WFile [ROOT]/target/base base

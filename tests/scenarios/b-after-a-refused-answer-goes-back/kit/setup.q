@@ -1,0 +1,3 @@
+[install]
+Text name - - h Name
+YN public - - h Public

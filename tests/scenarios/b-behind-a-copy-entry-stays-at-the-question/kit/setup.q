@@ -1,0 +1,4 @@
+[install]
+Text login - - h Login
+Copy box - - h login
+Text box - - h Mail box

@@ -1,0 +1,2 @@
+[install]
+Text quality - - h Quality

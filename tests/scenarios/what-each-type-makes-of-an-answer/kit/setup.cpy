@@ -1,0 +1,2 @@
+[install]
+Ini $(current_dir)/answers.tmpl [ROOT]/target/answers

@@ -1,0 +1,2 @@
+[install]
+Ini $(current_dir)/services.tmpl [ROOT]/target/services

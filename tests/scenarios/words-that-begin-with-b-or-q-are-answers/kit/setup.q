@@ -1,0 +1,4 @@
+[install]
+Text one - - h First
+Text two - - h Second
+Text three - - h Third
