@@ -22,7 +22,6 @@ namespace {
 constexpr mode_t new_file_mode = 0666; // as for new directories, the umask has its say
 constexpr mode_t new_directory_mode = 0775;
 constexpr std::size_t block_size = 8192;
-constexpr std::string_view separators = "/\\";
 
 // What a callback hears as its mode.
 constexpr int removing = 0;
@@ -36,6 +35,16 @@ constexpr int look_through = O_PATH | O_DIRECTORY | O_CLOEXEC;
 #else
 constexpr int look_through = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 #endif
+
+bool is_separator(char c) {
+    return c == '/' || c == '\\';
+}
+
+/// Where the last separator of `path` stands, -1 when it has none.
+int last_separator(std::string_view path) {
+    const auto found = std::find_if(path.rbegin(), path.rend(), is_separator);
+    return static_cast<int>(path.rend() - found) - 1;
+}
 
 /// Puts `errno` back at its end, so that what follows a failure does not hide its cause.
 class errno_guard {
@@ -465,7 +474,7 @@ bool make_parents(char *path) {
     const std::size_t length = std::strlen(path);
     bool made = false;
     for (std::size_t i = length > 1 && path[1] == ':' ? 3 : 1; i < length; ++i) {
-        if (separators.find(path[i]) == separators.npos)
+        if (!is_separator(path[i]))
             continue;
         path[i] = '\0';
         made = create_directory(place_of(path)) || made;
@@ -476,7 +485,7 @@ bool make_parents(char *path) {
 
 /// Copies `dir` without its one last separator; false when it does not fit.
 bool directory_path(char (&path)[path_size], std::string_view dir) {
-    if (!dir.empty() && separators.find(dir.back()) != separators.npos)
+    if (!dir.empty() && is_separator(dir.back()))
         dir.remove_suffix(1);
     if (dir.size() >= path_size) {
         errno = ENAMETOOLONG;
@@ -801,9 +810,7 @@ const char *file_name(const file *x) {
 char *file_filename(const file *x, char *buffer, int bfsz) {
     if (!x || !buffer)
         return nullptr;
-    const std::string_view name = x->name;
-    const std::size_t separator = name.find_last_of(separators);
-    const char *last = separator == name.npos ? x->name : x->name + separator + 1;
+    const char *last = x->name + last_separator(x->name) + 1;
     scpy(buffer, last, std::min(bfsz, path_size) + 1); // one more than given: `bfsz` counts characters
     return buffer;
 }
@@ -849,8 +856,7 @@ char *file_path(const char *path, char *buffer, int size) {
     if (!path || !buffer)
         return nullptr;
     const std::string_view looked_at(path, strnlen(path, size > 1 ? static_cast<std::size_t>(size) - 1 : 0));
-    const std::size_t separator = looked_at.find_last_of(separators);
-    scpy(buffer, path, separator == looked_at.npos ? 1 : static_cast<int>(separator) + 1);
+    scpy(buffer, path, std::max(last_separator(looked_at), 0) + 1);
     return buffer;
 }
 
