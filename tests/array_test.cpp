@@ -4,12 +4,12 @@
 
 #include <climits>
 #include <cstring>
+#include <iterator>
 
 namespace installer::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 char A[] = "A", B[] = "B", C[] = "C", D[] = "D", X[] = "X";
 
@@ -27,8 +27,8 @@ class Array : public TempDir {
     // The items as texts; the cursor stays.
     static std::vector<std::string> items(const array *a) {
         std::vector<std::string> found;
-        for (int i = 0; i < a->items; i++)
-            found.emplace_back(static_cast<const char *>(a->data[i]));
+        std::transform(a->data, a->data + a->items, std::back_inserter(found),
+                       [](const void *item) { return static_cast<const char *>(item); });
         return found;
     }
 

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <iterator>
 
 namespace installer::test {
 namespace {
@@ -45,8 +46,9 @@ class Log : public TempDir {
     // The texts that wait for a current log.
     static std::vector<std::string> waiting() {
         std::vector<std::string> texts;
-        for (int i = 0; i < array_items(EmsgLog); i++)
-            texts.emplace_back(static_cast<const char *>(EmsgLog->data[i]));
+        if (EmsgLog != nullptr)
+            std::transform(EmsgLog->data, EmsgLog->data + EmsgLog->items, std::back_inserter(texts),
+                           [](const void *item) { return static_cast<const char *>(item); });
         return texts;
     }
 
