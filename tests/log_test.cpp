@@ -342,7 +342,7 @@ TEST_F(Log, AForkedProcessWritesItsOwnId) {
 
 TEST_F(Log, LocaltimesBufferStaysTheCallers) {
     open();
-    const time_t day = 86400 * 400; // in February 1971
+    const time_t day = time_t{86400} * 400; // in February 1971
     const std::tm *const callers = localtime(&day);
     emsg("text");
     EXPECT_EQ(71, callers->tm_year);
