@@ -1,0 +1,3 @@
+[install]
+WFile [ROOT]/target/folder folder
+WFile [ROOT]/target/name name

@@ -1,0 +1,5 @@
+[install]
+Text a - - h First name,\nthen last name
+Text c - - h Name\tand \\alias
+Text d - - h \Nickname
+Text e - - h Drive C:\

@@ -1,0 +1,2 @@
+[install]
+Text title - - h Überschrift

@@ -1,0 +1,2 @@
+[install]
+WFile $(folder)/rate rate

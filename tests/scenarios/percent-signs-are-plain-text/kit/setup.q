@@ -1,0 +1,3 @@
+[install]
+Text rate - - h Rate in % (%d)
+DirExist folder - - h Folder

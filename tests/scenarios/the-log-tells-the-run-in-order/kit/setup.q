@@ -1,0 +1,2 @@
+[install]
+DirExist site - - h Site

@@ -1,0 +1,2 @@
+[install]
+WFile $(docs)/user user
