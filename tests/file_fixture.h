@@ -105,6 +105,12 @@ class FileDir : public LogDir {
         return found;
     }
 
+    /// The last of them, "" when there is none.
+    [[nodiscard]] std::string last_error() const {
+        const std::vector<std::string> all = errors();
+        return all.empty() ? "" : all.back();
+    }
+
     /// Makes directories, for tests where making them is not what is looked at.
     static void make_dir(const std::string &path) { std::filesystem::create_directories(path); }
 
