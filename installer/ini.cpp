@@ -337,36 +337,42 @@ void log_rewrite(const char *pattern, const char *before, const char *replacemen
          hidden ? "xxxx" : after);
 }
 
+/// Replaces every `pattern` in the value at the cursor. Returns whether the value may be rewritten again: one
+/// that fills its buffer may have been cut.
+bool rewrite_pattern(ini *x, int index, const char *pattern, const char *replacement, bool hidden) {
+    linklist *values = item_at(x, index)->values;
+    const auto *before = static_cast<const char *>(list_get(values));
+    char text[text_size];
+    sreplace(before, pattern, replacement, text, text_size);
+    log_rewrite(pattern, before, replacement, text, hidden);
+    char *copy = s_strdup(text);
+    if (copy == nullptr)
+        return false;
+    std::free(list_replace(values, copy));
+    if (std::strlen(text) < text_size - 1)
+        return true;
+    emsg("Ini value for '%s' left as it is, it fills %d bytes", x->list[index].setting, text_size);
+    return false;
+}
+
 /// Resolves the references of the value at the cursor. The search starts over after each rewrite, so that
 /// what a value brings in is resolved too.
 void rewrite_value(ini *x, int index) {
-    const setting_list &setting = x->list[index];
-    linklist *values = item_at(x, index)->values;
-    bool hidden = is_secret(x, setting.mode);
+    bool hidden = is_secret(x, x->list[index].mode);
     for (int rewrites = 0;; ++rewrites) {
         char pattern[text_size];
-        char text[text_size];
-        const auto *before = static_cast<const char *>(list_get(values));
-        const int source = find_known_reference(x, before, pattern);
+        const auto *value = static_cast<const char *>(list_get(item_at(x, index)->values));
+        const int source = find_known_reference(x, value, pattern);
         if (source < 0)
             return;
         if (rewrites == most_rewrites) {
-            emsg("Ini value for '%s' left as it is after %d replacements", setting.setting, rewrites);
+            emsg("Ini value for '%s' left as it is after %d replacements", x->list[index].setting, rewrites);
             return;
         }
-        const char *replacement = replacement_of(x, source);
-        sreplace(before, pattern, replacement, text, text_size);
-        hidden =
-            hidden || is_secret(x, x->list[source].mode); // and stays so: the text may hold the password now
-        log_rewrite(pattern, before, replacement, text, hidden);
-        char *copy = s_strdup(text);
-        if (copy == nullptr)
+        // A text that took in a password holds it from then on.
+        hidden = hidden || is_secret(x, x->list[source].mode);
+        if (!rewrite_pattern(x, index, pattern, replacement_of(x, source), hidden))
             return;
-        std::free(list_replace(values, copy));
-        if (std::strlen(text) == text_size - 1) {
-            emsg("Ini value for '%s' left as it is, it fills %d bytes", setting.setting, text_size);
-            return;
-        }
     }
 }
 
@@ -773,8 +779,8 @@ int ini_load(ini *x, const char *xfile, const char *vhost) {
     ini_rmvmode(x, Ini_UseFixed);
     dmsg("Ini loading file '%s'", xfile);
     load_lines(x, file.get(), vhost);
-    ini_addmode(
-        x, Ini_UseFixed); // whatever it was before: values from files are the last to reach fixed settings
+    // Whatever it was before: values from files are the last to reach fixed settings.
+    ini_addmode(x, Ini_UseFixed);
     return std::ferror(file.get()) == 0 ? 1 : 0;
 }
 

@@ -342,6 +342,15 @@ TEST_F(IniReplace, LongTextsAreCutToo) {
     EXPECT_EQ(value + value, replaced("$(long)$(long)", 20000));
 }
 
+TEST_F(IniReplace, TextThatDoesNotFitEndsTheLookUps) {
+    set_up({{"m", "1", Ini_Multi}});
+    ini_add(x, 0, "2"); // the cursor is at the end; a look-up would move it
+    EXPECT_EQ("abc", replaced("abcde$(m)", 4));
+    EXPECT_EQ(nullptr, ini_value_next(x, 0));
+    EXPECT_EQ("abc1", replaced("abc$(m)", 5));
+    EXPECT_STREQ("2", ini_value_next(x, 0));
+}
+
 TEST_F(IniReplace, NameIsReadUpTo999Characters) {
     const std::string name(999, 'n');
     set_up({{name.c_str(), "found", Ini_None}});
