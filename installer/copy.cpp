@@ -9,8 +9,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <iterator>
 #include <memory>
+#include <string_view>
 #include <type_traits>
 
 #include <sys/stat.h>
@@ -165,12 +167,57 @@ void copy_free(copy **x) {
 
 namespace {
 
+/// Finds values by name and remembers some of them: a template refers to the same few settings over and over,
+/// and the store looks through all its names each time. REQUIRES: no setting changes during its life.
+class value_finder {
+  public:
+    explicit value_finder(ini *settings) : settings_(settings) {}
+
+    /// The setting's value; empty when it has none.
+    std::string_view find(std::string_view name);
+
+  private:
+    struct found {
+        char name[48];
+        std::size_t name_length;
+        std::string_view value;
+    };
+
+    std::string_view look_up(std::string_view name);
+
+    ini *settings_;
+    found recent_[128] = {};
+};
+
+/// A name that is longer than any line a setting can come from names none.
+std::string_view value_finder::look_up(std::string_view name) {
+    char setting[text_size];
+    if (name.size() >= sizeof setting)
+        return {};
+    setting[name.copy(setting, name.size())] = '\0';
+    const char *value = ini_value_name(settings_, setting);
+    return value ? value : std::string_view();
+}
+
+std::string_view value_finder::find(std::string_view name) {
+    if (name.empty() || name.size() > sizeof found::name)
+        return look_up(name);
+    found &place = recent_[std::hash<std::string_view>()(name) % std::size(recent_)];
+    if (name != std::string_view(place.name, place.name_length)) {
+        place.name_length = name.copy(place.name, name.size());
+        place.value = look_up(name);
+    }
+    return place.value;
+}
+
 /// The result of expanding one text. It is kept and reused for the lines of a template, so that a line costs
 /// no heap.
 class expansion {
   public:
+    explicit expansion(ini *settings) : values_(settings) {}
+
     /// Replaces the references of `text`; false, with nothing done, when it holds none. See replace_vars.
-    bool expand(ini *settings, const char *text);
+    bool expand(std::string_view text);
 
     char *text() { return text_; }
     std::size_t length() const { return length_; }
@@ -178,47 +225,35 @@ class expansion {
   private:
     static constexpr std::size_t longest_piece = 8999;
 
-    void append(const char *piece, std::size_t length);
-    void append_value(ini *settings, const char *name, std::size_t length);
+    void append(std::string_view piece);
 
+    value_finder values_;
     char text_[10000];
     std::size_t length_ = 0;
 };
 
 /// A piece stops at the room that is left, so that the sum never passes the buffer.
-void expansion::append(const char *piece, std::size_t length) {
-    length = std::min({length, longest_piece, sizeof text_ - 1 - length_});
-    std::memcpy(text_ + length_, piece, length);
-    length_ += length;
+void expansion::append(std::string_view piece) {
+    const std::size_t length = std::min({piece.size(), longest_piece, sizeof text_ - 1 - length_});
+    length_ += piece.copy(text_ + length_, length);
 }
 
-/// A name that is longer than any line a setting can come from names none.
-void expansion::append_value(ini *settings, const char *name, std::size_t length) {
-    char setting[text_size];
-    if (length >= sizeof setting)
-        return;
-    std::memcpy(setting, name, length);
-    setting[length] = '\0';
-    if (const char *value = ini_value_name(settings, setting))
-        append(value, std::strlen(value));
-}
-
-bool expansion::expand(ini *settings, const char *text) {
-    const char *reference = std::strstr(text, "$(");
-    if (!reference)
+bool expansion::expand(std::string_view text) {
+    std::size_t reference = text.find("$(");
+    if (reference == text.npos)
         return false;
     length_ = 0;
-    while (reference) {
-        const char *name = reference + 2;
-        const char *end = std::strchr(name, ')');
-        if (!end)
+    while (reference != text.npos) {
+        const std::size_t name = reference + 2;
+        const std::size_t end = text.find(')', name);
+        if (end == text.npos)
             break;
-        append(text, static_cast<std::size_t>(reference - text));
-        append_value(settings, name, static_cast<std::size_t>(end - name));
-        text = end + 1;
-        reference = std::strstr(text, "$(");
+        append(text.substr(0, reference));
+        append(values_.find(text.substr(name, end - name)));
+        text.remove_prefix(end + 1);
+        reference = text.find("$(");
     }
-    append(text, std::strlen(text));
+    append(text);
     text_[length_] = '\0';
     return true;
 }
@@ -237,8 +272,8 @@ void expand_field(copy *x, char *&field) {
 char *replace_vars(copy *x, const char *string) {
     if (!x || !string)
         return nullptr;
-    expansion expanded;
-    return expanded.expand(x->ini, string) ? s_strdup(expanded.text()) : nullptr;
+    expansion expanded(x->ini);
+    return expanded.expand(string) ? s_strdup(expanded.text()) : nullptr;
 }
 
 void copy_processpaths(copy *x, std::uint32_t index) {
@@ -620,9 +655,9 @@ struct path_list {
     path_list &operator=(const path_list &) = delete;
 
     void add(const char *path) {
-        text_ptr copied(s_strdup(path));
-        if (array_add(items, copied.get()))
-            copied.release(); // the array owns it now
+        char *copied = s_strdup(path);
+        if (!array_add(items, copied))
+            std::free(copied);
     }
 
     array *items;
@@ -740,17 +775,17 @@ bool write_line(FILE *target, char *line, std::size_t length) {
     return std::fwrite(line, 1, length + 1, target) == length + 1;
 }
 
-/// Expands a template line by line; a line that is longer than the buffer comes out as several. Returns
-/// whether the template was read without an error. It stops early where writing fails, which closing the
-/// target tells.
+/// Expands a template line by line; a line that is longer than the buffer comes out as several. Returns whether
+/// the template was read without an error. It stops early where writing fails, which closing the target tells.
 bool write_expanded(FILE *source, FILE *target, ini *settings) {
     char line[3000];
-    expansion expanded;
+    expansion expanded(settings);
     bool written = true;
     while (written && std::fgets(line, sizeof line, source)) {
         char *text = s_strtrm(line);
-        written = expanded.expand(settings, text) ? write_line(target, expanded.text(), expanded.length())
-                                                  : write_line(target, text, std::strlen(text));
+        const std::size_t length = std::strlen(text);
+        written = expanded.expand({text, length}) ? write_line(target, expanded.text(), expanded.length())
+                                                  : write_line(target, text, length);
     }
     return !std::ferror(source);
 }
@@ -761,6 +796,8 @@ int copy_write_ini(copy *x, std::uint32_t index) {
     const copy_cmd *cmd = record_at(x, index);
     if (!cmd || refuse_pipe(cmd->dest) || refuse_pipe(cmd->source))
         return 0;
+    char target_buffer[65536]; // both outlive their streams
+    char source_buffer[65536];
     file_ptr target(s_fopen(cmd->dest, "w"));
     if (!target) {
         cerror("Error creating ini file '%s'", str(cmd->dest));
@@ -771,6 +808,8 @@ int copy_write_ini(copy *x, std::uint32_t index) {
         cerror("Error reading ini file '%s'", str(cmd->source));
         return 0;
     }
+    std::setvbuf(target.get(), target_buffer, _IOFBF, sizeof target_buffer);
+    std::setvbuf(source.get(), source_buffer, _IOFBF, sizeof source_buffer);
     imsg("Writing INI file '%s' to '%s'", cmd->source, cmd->dest);
     const bool read = write_expanded(source.get(), target.get(), x->ini);
     return finish(target, cmd->dest) && read;

@@ -128,6 +128,25 @@ TEST_F(CopyAction, IniWritesManyLinesInOrder) {
     EXPECT_EQ(expected, written_from(text));
 }
 
+TEST_F(CopyAction, IniKeepsManySettingsApart) {
+    std::string text;
+    std::string expected;
+    for (int i = 0; i < 400; ++i) {
+        const std::string n = std::to_string(i);
+        set(("name" + n).c_str(), "value" + n);
+        text += "$(name" + n + ")$(nosuch" + n + ")$(name" + std::to_string(i / 2) + ")\n";
+        expected += "value" + n + "value" + std::to_string(i / 2) + "\n";
+    }
+    EXPECT_EQ(expected + expected, written_from(text + text));
+}
+
+TEST_F(CopyAction, IniTellsLongNamesApartByTheirEnds) {
+    const std::string stem(60, 'n');
+    set((stem + "1").c_str(), "one");
+    set((stem + "2").c_str(), "two");
+    EXPECT_EQ("one two\n", written_from("$(" + stem + "1) $(" + stem + "2)$(" + stem + ")"));
+}
+
 TEST_F(CopyAction, IniReplacesItsTargetAndSaysWhatItWrites) {
     write_file("out", "something longer than what comes");
     EXPECT_EQ("a\n", written_from("a"));
