@@ -40,24 +40,22 @@ struct linklist;
 
 /// Switches of the whole store: which rules apply.
 enum ini_mode : std::uint32_t {
-    Ini_Blank = 0,     ///< no rules
-    Ini_UseLock = 1,   ///< reading a setting that has Ini_Lock yields no value
-    Ini_UseEmpty = 2,  ///< an empty value is refused unless the setting has Ini_Empty
-    Ini_UsePass = 4,   ///< values of Ini_Pass settings are logged as "xxxx"
-    Ini_UseFixed = 8,  ///< no value can be added to an Ini_Fixed setting
-    Ini_UseMulti = 16, ///< a setting without Ini_Multi keeps one value: adding replaces
-    Ini_UsePath = 32,  ///< values of Ini_Path settings have every "/" and "\" turned into "/"
-    Ini_UseReplace =
-        64,           ///< part of the default, consulted by nothing: the setting's Ini_Replace decides alone
-    Ini_UseNew = 128, ///< ini_add_name creates an unknown setting
-    Ini_NewMulti = 256,  ///< a created setting gets Ini_Multi
-    Ini_NewEmpty = 512,  ///< a setting may be created with an empty value, and gets Ini_Empty
-    Ini_NewFixed = 1024, ///< a created setting gets Ini_Fixed
-    Ini_NewPass = 2048,  ///< a created setting gets Ini_Pass
-    Ini_NewLock = 4096,  ///< a created setting gets Ini_Lock
-    Ini_NewModes = 7936, ///< the five New flags
-    Ini_DefaultMode =
-        1022, ///< UseEmpty to NewEmpty: all rules but the lock; created settings are multi and may be empty
+    Ini_Blank = 0,          ///< no rules
+    Ini_UseLock = 1,        ///< reading a setting that has Ini_Lock yields no value
+    Ini_UseEmpty = 2,       ///< an empty value is refused unless the setting has Ini_Empty
+    Ini_UsePass = 4,        ///< values of Ini_Pass settings are logged as "xxxx"
+    Ini_UseFixed = 8,       ///< no value can be added to an Ini_Fixed setting
+    Ini_UseMulti = 16,      ///< a setting without Ini_Multi keeps one value: adding replaces
+    Ini_UsePath = 32,       ///< values of Ini_Path settings have every "/" and "\" turned into "/"
+    Ini_UseReplace = 64,    ///< in the default, consulted by nothing: Ini_Replace alone decides
+    Ini_UseNew = 128,       ///< ini_add_name creates an unknown setting
+    Ini_NewMulti = 256,     ///< a created setting gets Ini_Multi
+    Ini_NewEmpty = 512,     ///< a setting may be created with an empty value, and gets Ini_Empty
+    Ini_NewFixed = 1024,    ///< a created setting gets Ini_Fixed
+    Ini_NewPass = 2048,     ///< a created setting gets Ini_Pass
+    Ini_NewLock = 4096,     ///< a created setting gets Ini_Lock
+    Ini_NewModes = 7936,    ///< the five New flags
+    Ini_DefaultMode = 1022, ///< UseEmpty to NewEmpty: every rule but the lock
 };
 
 /// Flags of one setting. Ini_Fixed and Ini_Lock are one bit on purpose: with Ini_UseLock on, every fixed
