@@ -1,0 +1,2 @@
+[install]
+WFile [ROOT]/target/name name

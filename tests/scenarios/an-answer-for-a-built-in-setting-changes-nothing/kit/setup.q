@@ -1,0 +1,3 @@
+[install]
+Text current_dir - - h Folder
+Text name - - h Name

@@ -1,0 +1,2 @@
+[tidy]
+WFile [ROOT]/target/never days

@@ -1,0 +1,2 @@
+[tidy]
+Text days - - h Days

@@ -1,0 +1,3 @@
+[install]
+Text action - - h Action
+Text name - - h Name

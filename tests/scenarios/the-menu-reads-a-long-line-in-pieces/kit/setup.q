@@ -1,0 +1,2 @@
+[install]
+Text port - - h Port
