@@ -402,6 +402,7 @@ TEST_F(Paths, ExepathOfAnAbsoluteName) {
         {"/opt/kit./setup", "/opt/kit."},
         {"/opt/kit//setup", "/opt/kit"},
         {"/opt/x/..kit/setup", "/optkit"}, // the character behind ".." is not looked at
+        {"//a/.../x/setup", "/x"},         // what is left of "..." becomes a component "."
         {"C:\\setup", "C:/"},
         {"C:/kit/setup", "C:/kit"},
         {"C:setup", "C:setup"},

@@ -182,10 +182,9 @@ TEST(Sdiff, PointsPastTheCommonStart) {
 
 TEST(Scpy, CopiesWhatFitsAndTellsHowMuch) {
     const struct {
-        int size;
         const char *stored;
-        int result;
-    } rows[] = {{4, "hel", 3}, {5, "hell", 4}, {6, "hello", 5}, {100, "hello", 5}, {1, "", 0}};
+        int size, result;
+    } rows[] = {{"hel", 4, 3}, {"hell", 5, 4}, {"hello", 6, 5}, {"hello", 100, 5}, {"", 1, 0}};
     for (const auto &row : rows) {
         Buffer b(row.size);
         EXPECT_EQ(row.result, scpy(b, "hello", row.size));
@@ -224,18 +223,17 @@ TEST(Scpy, ReadsNoFurtherThanItCopies) {
 
 TEST(Scat, KeepsOneByteFree) {
     const struct {
-        int size;
         const char *start, *add, *stored;
-        int result;
+        int size, result;
     } rows[] = {
-        {10, "abc", "defghij", "abcdefgh", 8},
-        {10, "abc", "defgh", "abcdefgh", 8},
-        {10, "abc", "de", "abcde", 5},
-        {10, "abcdefgh", "i", "abcdefgh", 8},
-        {10, "", "", "", 0},
-        {3, "", "xyz", "x", 1},
-        {2, "", "xyz", "", 0},
-        {5, "abc", "d", "abc", 3},
+        {"abc", "defghij", "abcdefgh", 10, 8},
+        {"abc", "defgh", "abcdefgh", 10, 8},
+        {"abc", "de", "abcde", 10, 5},
+        {"abcdefgh", "i", "abcdefgh", 10, 8},
+        {"", "", "", 10, 0},
+        {"", "xyz", "x", 3, 1},
+        {"", "xyz", "", 2, 0},
+        {"abc", "d", "abc", 5, 3},
     };
     for (const auto &row : rows) {
         Buffer b(row.size, row.start);
@@ -286,20 +284,18 @@ TEST(Smake, TakesALengthPlusOne) {
 
 TEST(Schunk, CopiesUpToTheFirstDelimiter) {
     const struct {
-        const char *src, *delims;
-        int size;
-        const char *stored;
-        int result;
+        const char *src, *delims, *stored;
+        int size, result;
     } rows[] = {
-        {"name=value", "=", 100, "name", 4},
-        {"name=value", "=", 3, "na", 2},
-        {"name=value", "=", 5, "name", 4},
-        {"name", "=", 100, "name", 4},
-        {"=x", "=", 100, "", 0},
-        {"a;b,c", ",;", 100, "a", 1},
-        {"abc", "", 100, "abc", 3},
-        {"abc", nullptr, 100, "abc", 3},
-        {"abc", "c", 1, "", 0},
+        {"name=value", "=", "name", 100, 4},
+        {"name=value", "=", "na", 3, 2},
+        {"name=value", "=", "name", 5, 4},
+        {"name", "=", "name", 100, 4},
+        {"=x", "=", "", 100, 0},
+        {"a;b,c", ",;", "a", 100, 1},
+        {"abc", "", "abc", 100, 3},
+        {"abc", nullptr, "abc", 100, 3},
+        {"abc", "c", "", 1, 0},
     };
     for (const auto &row : rows) {
         Buffer b(row.size);
@@ -386,10 +382,10 @@ TEST(Sreplace, ReplacesFromLeftToRight) {
 }
 
 TEST(Sreplace, StopsAtTheRoomThatIsLeft) {
-    const char *const whole = "xLONGyLONGz"; // of "x.y.z"
-    for (int size = 1; size <= 13; ++size) {
+    const char *const whole = "xxxLONGyyyLONGzzz";
+    for (int size = 1; size <= 19; ++size) {
         Buffer b(size);
-        EXPECT_EQ(b, sreplace("x.y.z", ".", "LONG", b, size));
+        EXPECT_EQ(b, sreplace("xxx.yyy.zzz", ".", "LONG", b, size));
         EXPECT_EQ(std::string(whole).substr(0, static_cast<std::size_t>(size) - 1), std::string(b)) << size;
     }
 }
