@@ -240,13 +240,13 @@ void expansion::append(std::string_view piece) {
 
 bool expansion::expand(std::string_view text) {
     std::size_t reference = text.find("$(");
-    if (reference == text.npos)
+    if (reference == std::string_view::npos)
         return false;
     length_ = 0;
-    while (reference != text.npos) {
+    while (reference != std::string_view::npos) {
         const std::size_t name = reference + 2;
         const std::size_t end = text.find(')', name);
-        if (end == text.npos)
+        if (end == std::string_view::npos)
             break;
         append(text.substr(0, reference));
         append(values_.find(text.substr(name, end - name)));
