@@ -27,6 +27,8 @@ struct {
     std::deque<answer> reads;  // for the next reads; past the last one the system answers
     std::deque<answer> writes; // a positive result writes no more than that
     int close_error = 0;       // for the next close of a descriptor that is open for writing only
+    bool in_kernel = false;    // whether the system can move bytes by itself
+    std::deque<answer> moves;  // for the next of these movements, as for writes
     std::vector<std::size_t> written;
     bool inheritable = false; // whether a descriptor would have stayed open in another program
 } disk;
@@ -69,6 +71,20 @@ ssize_t write(int fd, const void *data, size_t size) {
     }
     disk.written.push_back(size);
     return syscall(SYS_write, fd, data, size);
+}
+
+ssize_t copy_file_range(int from, off64_t *, int to, off64_t *, size_t size, unsigned int flags) {
+    if (!disk.in_kernel) {
+        errno = ENOSYS;
+        return -1;
+    }
+    if (!disk.moves.empty()) {
+        const answer next = take(disk.moves);
+        if (next.result <= 0)
+            return next.result;
+        size = std::min(size, static_cast<size_t>(next.result));
+    }
+    return syscall(SYS_copy_file_range, from, nullptr, to, nullptr, size, flags);
 }
 
 int close(int fd) {
@@ -218,6 +234,50 @@ TEST_F(File, CopiesInBlocksOf8192) {
     write_file("a", some_bytes(20000));
     ASSERT_EQ(1, file_copy("a", "b", 1, nullptr));
     EXPECT_THAT(disk.written, ElementsAre(8192, 8192, 3616));
+}
+
+TEST_F(File, KernelMovesTheBytesWhereItCan) {
+    disk.in_kernel = true;
+    write_file("a", some_bytes(20000));
+    std::uint32_t bytes = 1;
+    ASSERT_EQ(1, file_copy("a", "b", 1, &bytes));
+    EXPECT_EQ(20001U, bytes);
+    EXPECT_EQ(some_bytes(20000), read_file("b"));
+    EXPECT_THAT(disk.written, IsEmpty());
+}
+
+TEST_F(File, BlocksTakeUpWhatTheKernelLeaves) {
+    disk.in_kernel = true;
+    disk.moves = {{5000, 0}, {-1, EIO}};
+    write_file("a", some_bytes(20000));
+    std::uint32_t bytes = 0;
+    ASSERT_EQ(1, file_copy("a", "b", 1, &bytes));
+    EXPECT_EQ(20000U, bytes);
+    EXPECT_EQ(some_bytes(20000), read_file("b"));
+    EXPECT_THAT(disk.written, ElementsAre(8192, 6808));
+    EXPECT_THAT(errors(), IsEmpty());
+}
+
+TEST_F(File, WholeBlocksAreCountedOfACopyThatTheKernelBeganAndThatFailed) {
+    disk.in_kernel = true;
+    disk.moves = {{9000, 0}, {-1, ENOSPC}};
+    disk.writes = {{100, 0}, {-1, ENOSPC}};
+    write_file("a", some_bytes(20000));
+    std::uint32_t bytes = 0;
+    EXPECT_EQ(0, file_copy("a", "b", 1, &bytes));
+    EXPECT_EQ(8192U, bytes);
+    EXPECT_EQ(some_bytes(9100), read_file("b"));
+    EXPECT_THAT(errors(), ElementsAre("Error writing to 'b', No space left on device"));
+    EXPECT_THAT(told, ElementsAre("fail a > b 1"));
+}
+
+TEST_F(File, FileThatDoesNotKnowItsSizeIsCopiedWhole) {
+    if (!exists("/proc/self/limits"))
+        GTEST_SKIP() << "there is no /proc here";
+    disk.in_kernel = true;
+    ASSERT_EQ(1, file_copy("/proc/self/limits", "b", 1, nullptr));
+    EXPECT_EQ(read_file("/proc/self/limits"), read_file("b"));
+    EXPECT_FALSE(read_file("b").empty());
 }
 
 TEST_F(File, CopyOfNullTellsFail) {
