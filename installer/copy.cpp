@@ -417,7 +417,7 @@ int is_type(const copy *x, std::uint32_t index, CType type) {
 /// The length of the directory that a path names, its separator included; 0 when it holds no separator.
 std::size_t directory_length(const char *path) {
     std::size_t length = std::strlen(path);
-    while (length > 0 && path[length - 1] != '/' && path[length - 1] != '\\')
+    while (length > 0 && !is_separator(path[length - 1]))
         --length;
     return length;
 }
@@ -750,11 +750,8 @@ int reject(copy *, std::uint32_t) {
 
 /// Opening a fifo or a socket could block for ever: true, and reported, when `path` is one.
 bool refuse_pipe(const char *path) {
-    const int before = errno;
     struct stat info;
-    const bool is_pipe = path && stat(path, &info) == 0 && (S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode));
-    errno = before;
-    if (!is_pipe)
+    if (!path || stat(path, &info) != 0 || !(S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode)))
         return false;
     errno = EINVAL;
     cerror("'%s' is not a file", path);

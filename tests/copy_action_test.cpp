@@ -462,7 +462,7 @@ TEST_F(CopyAction, ChmodOfNothingFails) {
 }
 
 TEST_F(CopyAction, ADirectoryThatDoesNotFitIsNotChanged) {
-    const std::string directory = "./" + std::string(254, 'd') + "/";
+    const std::string directory = "./" + std::string(253, 'd') + "/";
     EXPECT_EQ(0, run("Chmod " + directory + "* - 755"));
     EXPECT_EQ(0, run("Chown " + directory + "* - root"));
     const std::string text = "Path too long '" + directory + "', File name too long";

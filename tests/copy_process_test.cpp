@@ -427,7 +427,7 @@ TEST_F(CopyProcess, ATargetWhosePathDoesNotFitIsAnErrorOfThatFile) {
 
 TEST_F(CopyProcess, ASourceDirectoryThatDoesNotFitSelectsNothing) {
     make({"dst"});
-    const std::string directory = "./" + std::string(254, 'd') + "/"; // one character too many
+    const std::string directory = "./" + std::string(253, 'd') + "/"; // one character too many
     EXPECT_EQ(0, run("CopyFile " + directory + "* - ./dst"));
     EXPECT_THAT(errors(), ElementsAre("Path too long '" + directory + "', File name too long"));
     EXPECT_THAT(told, ElementsAre("fail " + directory + "> 1"));
