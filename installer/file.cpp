@@ -36,27 +36,11 @@ constexpr int look_through = O_PATH | O_DIRECTORY | O_CLOEXEC;
 constexpr int look_through = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 #endif
 
-bool is_separator(char c) {
-    return c == '/' || c == '\\';
-}
-
 /// Where the last separator of `path` stands, -1 when it has none.
 int last_separator(std::string_view path) {
     const auto found = std::find_if(path.rbegin(), path.rend(), is_separator);
     return static_cast<int>(path.rend() - found) - 1;
 }
-
-/// Puts `errno` back at its end, so that what follows a failure does not hide its cause.
-class errno_guard {
-  public:
-    errno_guard() = default;
-    ~errno_guard() { errno = kept_; }
-    errno_guard(const errno_guard &) = delete;
-    errno_guard &operator=(const errno_guard &) = delete;
-
-  private:
-    int kept_ = errno;
-};
 
 void tell(file_callback callback, const char *path, const char *other, int mode) {
     const errno_guard kept;

@@ -37,22 +37,6 @@ bool is_digit(char c) {
     return c >= '0' && c <= '9';
 }
 
-bool is_separator(char c) {
-    return c == '/' || c == '\\';
-}
-
-/// Puts `errno` back as it was found.
-class errno_guard {
-  public:
-    errno_guard() = default;
-    errno_guard(const errno_guard &) = delete;
-    errno_guard &operator=(const errno_guard &) = delete;
-    ~errno_guard() { errno = found_; }
-
-  private:
-    int found_ = errno;
-};
-
 constexpr int hex_value(char c) {
     if (c >= '0' && c <= '9')
         return c - '0';

@@ -16,6 +16,7 @@
 #ifndef INSTALLER_LIB_H
 #define INSTALLER_LIB_H
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
@@ -29,6 +30,18 @@ namespace installer {
 
 constexpr int path_size = 256;  ///< bytes of a path buffer
 constexpr int text_size = 1000; ///< bytes of a buffer for a line, a message or a setting's value
+
+/// Puts `errno` back as it was found, so that what follows a failure does not hide its cause.
+class errno_guard {
+  public:
+    errno_guard() = default;
+    ~errno_guard() { errno = found_; }
+    errno_guard(const errno_guard &) = delete;
+    errno_guard &operator=(const errno_guard &) = delete;
+
+  private:
+    int found_ = errno;
+};
 
 struct free_text {
     void operator()(char *text) const { std::free(text); }
@@ -208,6 +221,11 @@ void s_fclose(FILE **fp);
 
 /// The separator that joined paths are written with, "/" at the start: a text of one character.
 extern char Sep[2];
+
+/// True for what separates the components of a path: '/' and '\\'.
+constexpr bool is_separator(char c) {
+    return c == '/' || c == '\\';
+}
 
 /// Sets the character of `Sep`.
 void usesep(int sep);

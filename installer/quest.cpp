@@ -211,7 +211,7 @@ bool has(const quest &entry, QType bit) {
 
 void cut_separator(char *path) {
     const std::size_t length = std::strlen(path);
-    if (length > 0 && (path[length - 1] == '/' || path[length - 1] == '\\'))
+    if (length > 0 && is_separator(path[length - 1]))
         path[length - 1] = '\0';
 }
 

@@ -49,28 +49,6 @@ inline std::vector<std::string> open_descriptors() {
     return open;
 }
 
-/// Runs `part` as a user without special rights: at once for such a user, in a child process for root. Relative
-/// names keep working; the folder itself is opened to everybody.
-inline void as_ordinary_user(const std::function<void()> &part) {
-    if (geteuid() != 0)
-        return part();
-    ASSERT_EQ(0, chmod(".", 0777));
-    std::fflush(nullptr);
-    const pid_t child = fork();
-    ASSERT_NE(-1, child);
-    if (child == 0) {
-        constexpr unsigned nobody = 65534;
-        if (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0)
-            _exit(2);
-        part();
-        std::fflush(nullptr);
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = 0;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_EQ(0, status) << "see the failures above";
-}
-
 /// A socket in the file system; its descriptor is closed again.
 inline void make_socket(const std::string &path) {
     sockaddr_un address{};

@@ -16,7 +16,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <grp.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -26,19 +28,17 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
 #include <vector>
 
-/// First line of a test that only root can carry out, or that root cannot: skips it with the reason.
+/// First line of a test that only root can carry out: skips it with the reason.
 #define SKIP_UNLESS_ROOT(why)                                                                                \
     if (geteuid() != 0)                                                                                      \
     GTEST_SKIP() << "needs root: " << (why)
-#define SKIP_IF_ROOT(why)                                                                                    \
-    if (geteuid() == 0)                                                                                      \
-    GTEST_SKIP() << "cannot be shown as root: " << (why)
 
 namespace installer::test {
 
@@ -134,6 +134,32 @@ class Buffer {
     std::unique_ptr<char[]> bytes_;
     int size_;
 };
+
+/// Runs `part` as a user without special rights: at once for such a user, in a child process for root, where the
+/// expectations that fail fail the test. Relative names keep working: the folder of the test, and `folders` in it, are
+/// opened to everybody.
+inline void as_ordinary_user(const std::function<void()> &part,
+                             const std::vector<std::string> &folders = {}) {
+    if (geteuid() != 0)
+        return part();
+    ASSERT_EQ(0, chmod(".", 0777));
+    for (const std::string &folder : folders)
+        ASSERT_EQ(0, chmod(folder.c_str(), 0777)) << folder;
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    ASSERT_NE(-1, child);
+    if (child == 0) {
+        constexpr unsigned nobody = 65534;
+        if (setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0)
+            _exit(2);
+        part();
+        std::fflush(nullptr);
+        _exit(testing::Test::HasFailure() ? 1 : 0);
+    }
+    int status = 0;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status) << "see the failures above";
+}
 
 /// Puts back what a test changed in the process: working directory, umask, environment, the current log and
 /// the errors that wait for one (which are none at the start of a test).
