@@ -409,15 +409,17 @@ TEST_F(CopyAction, ChmodChangesWhatMatchesAndEverythingBelow) {
 
 TEST_F(CopyAction, ATreeIsChangedBeforeItsDirectory) {
     ASSERT_EQ(0, chmod(dir().c_str(), 0777));
-    as_ordinary_user({beside(""), dir()}, [&] {
-        make({"top/sub"}, {"top/sub/a"});
-        EXPECT_EQ(3, run("Chmod ./top - 0")) << "the other way round sub would be out of reach";
-        EXPECT_EQ(0, mode_of("top"));
-        chmod("top", 0700);
-        EXPECT_EQ(0, mode_of("top/sub"));
-        chmod("top/sub", 0700);
-        EXPECT_EQ(0, mode_of("top/sub/a"));
-    });
+    as_ordinary_user(
+        [&] {
+            make({"top/sub"}, {"top/sub/a"});
+            EXPECT_EQ(3, run("Chmod ./top - 0")) << "the other way round sub would be out of reach";
+            EXPECT_EQ(0, mode_of("top"));
+            chmod("top", 0700);
+            EXPECT_EQ(0, mode_of("top/sub"));
+            chmod("top/sub", 0700);
+            EXPECT_EQ(0, mode_of("top/sub/a"));
+        },
+        {beside(""), dir()});
 }
 
 TEST_F(CopyAction, ChmodExcludesByTheWholePathIgnoringCase) {
@@ -534,13 +536,15 @@ TEST_F(CopyAction, AnOwnerIsExpandedOnceMoreThanOtherFields) {
 
 TEST_F(CopyAction, ChownByAnotherThanRootIsReported) {
     make({}, {"a"});
-    as_ordinary_user({beside(""), dir()}, [&] {
-        EXPECT_EQ(0, run("Chown ./a - root:root"));
-        EXPECT_THAT(
-            errors(),
-            ElementsAre("Error changing ownership of './a' to uid=0, gid=0, Operation not permitted"));
-        EXPECT_THAT(logged("Debug"), Contains("file_chown failed"));
-    });
+    as_ordinary_user(
+        [&] {
+            EXPECT_EQ(0, run("Chown ./a - root:root"));
+            EXPECT_THAT(
+                errors(),
+                ElementsAre("Error changing ownership of './a' to uid=0, gid=0, Operation not permitted"));
+            EXPECT_THAT(logged("Debug"), Contains("file_chown failed"));
+        },
+        {beside(""), dir()});
 }
 
 TEST_F(CopyAction, ChownChangesTreesWithTheUserAndTheGroup) {

@@ -513,11 +513,13 @@ TEST_F(CopyProcess, PipesAndSocketsAreRemoved) {
 TEST_F(CopyProcess, AFailedRemovalIsPassedOver) {
     make({"old"}, {"old/a"});
     ASSERT_EQ(0, chmod("old", 0555));
-    as_ordinary_user({beside(""), dir()}, [&] {
-        EXPECT_EQ(0, run("RmFile ./old/a -"));
-        EXPECT_THAT(errors(), IsEmpty());
-        EXPECT_THAT(told, IsEmpty());
-    });
+    as_ordinary_user(
+        [&] {
+            EXPECT_EQ(0, run("RmFile ./old/a -"));
+            EXPECT_THAT(errors(), IsEmpty());
+            EXPECT_THAT(told, IsEmpty());
+        },
+        {beside(""), dir()});
     EXPECT_TRUE(exists("old/a"));
 }
 

@@ -14,7 +14,6 @@
 
 #include "tests/support.h"
 
-#include <sys/wait.h>
 
 #include <string>
 #include <vector>
@@ -103,31 +102,6 @@ class CopyScript : public LogDir {
     ini *settings_;
     file_setup_inf callbacks_;
 };
-
-/// Runs `body` as a user without rights: in a child that drops them where the test runs as root. The
-/// expectations that fail in it fail the test. `folders` are opened so far that the user reaches what lies in
-/// them.
-template <typename Body>
-void as_ordinary_user(const std::vector<std::string> &folders, Body body) {
-    if (geteuid() != 0) {
-        body();
-        return;
-    }
-    for (const std::string &folder : folders)
-        ASSERT_EQ(0, chmod(folder.c_str(), 0777)) << folder;
-    const pid_t child = fork();
-    ASSERT_NE(-1, child);
-    if (child == 0) {
-        if (setgid(65534) != 0 || setuid(65534) != 0)
-            _exit(2);
-        body();
-        std::fflush(nullptr);
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    int status = 0;
-    ASSERT_EQ(child, waitpid(child, &status, 0));
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "as an ordinary user, see above";
-}
 
 } // namespace installer::test
 
