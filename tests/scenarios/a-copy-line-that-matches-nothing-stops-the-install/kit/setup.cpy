@@ -1,0 +1,3 @@
+[install]
+CopyFile $(current_dir)/pages/*.cgi - [ROOT]/target/*
+WFile [ROOT]/target/never product

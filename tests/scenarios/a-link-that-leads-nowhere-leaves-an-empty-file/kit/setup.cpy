@@ -1,0 +1,2 @@
+[install]
+CopyFile $(current_dir)/current.html - [ROOT]/target/site

@@ -1,0 +1,3 @@
+[install]
+CopyFile index.html - [ROOT]/target/site
+CopyFile [ROOT]/kit/pages/ - [ROOT]/target/site

@@ -1,0 +1,2 @@
+[install]
+CopyFile $(current_dir)/$(edition)index.html - [ROOT]/target/site$(edition)

@@ -1,0 +1,2 @@
+[install]
+CopyFile $(current_dir)/tools/* - [ROOT]/target/bin

@@ -1,0 +1,2 @@
+[install]
+CopyFile $(current_dir)/pages/* $(backups) [ROOT]/target/site $(wanted)

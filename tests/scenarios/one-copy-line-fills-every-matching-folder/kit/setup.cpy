@@ -1,0 +1,2 @@
+[install]
+CopyFile $(current_dir)/pages/* *.bak,*-old [ROOT]/target/site*
