@@ -1,0 +1,2 @@
+[install]
+CopyDir $(current_dir)/img - [ROOT]/target

@@ -1,0 +1,3 @@
+[tidy]
+CopyDir [ROOT]/target/site - [ROOT]/target/site
+CopyDir [ROOT]/target/site - [ROOT]/target

@@ -1,0 +1,2 @@
+[install]
+CopyFile $(current_dir)/page.html - [ROOT]/target/site

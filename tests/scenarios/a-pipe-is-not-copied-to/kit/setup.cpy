@@ -1,0 +1,3 @@
+[tidy]
+CopyFile $(current_dir)/feed - [ROOT]/target/site
+CopyFile $(current_dir)/page - [ROOT]/target/site

@@ -1,0 +1,2 @@
+[install]
+CopyFile $(current_dir)/feed - [ROOT]/target/site

@@ -1,0 +1,3 @@
+[upgrade]
+CopyDir $(current_dir)/site data,*.cfg [ROOT]/target
+MkDir [ROOT]/target/site/data

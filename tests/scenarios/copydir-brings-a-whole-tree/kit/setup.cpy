@@ -1,0 +1,2 @@
+[install]
+CopyDir $(current_dir)/pages/* CVS,*.bak [ROOT]/target/site

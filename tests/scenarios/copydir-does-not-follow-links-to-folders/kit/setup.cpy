@@ -1,0 +1,2 @@
+[install]
+CopyDir $(current_dir)/site - [ROOT]/target
