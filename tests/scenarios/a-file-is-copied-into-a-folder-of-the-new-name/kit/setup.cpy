@@ -1,0 +1,2 @@
+[install]
+Rename [ROOT]/target/news.html [ROOT]/target/old

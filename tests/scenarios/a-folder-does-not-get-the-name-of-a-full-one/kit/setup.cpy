@@ -1,0 +1,2 @@
+[install]
+Rename [ROOT]/target/new [ROOT]/target/old

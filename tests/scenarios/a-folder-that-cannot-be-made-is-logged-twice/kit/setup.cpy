@@ -1,0 +1,3 @@
+[install]
+MkDir [ROOT]/target/site/img
+WFile [ROOT]/target/never yes

@@ -1,0 +1,2 @@
+[install]
+Ini $(current_dir)/site.tmpl [ROOT]/target/conf

@@ -1,0 +1,2 @@
+[install]
+Ini $(current_dir)/long.tmpl [ROOT]/target/long.cfg

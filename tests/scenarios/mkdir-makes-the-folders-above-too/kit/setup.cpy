@@ -1,0 +1,4 @@
+[install]
+MkDir [ROOT]/target/srv/www/gazette
+MkDir [ROOT]/target/srv/www/gazette
+MkDir [ROOT]/target/srv/log/

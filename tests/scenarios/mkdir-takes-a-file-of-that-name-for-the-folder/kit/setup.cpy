@@ -1,0 +1,3 @@
+[install]
+MkDir [ROOT]/target/site
+CopyFile $(current_dir)/page.html - [ROOT]/target/site
