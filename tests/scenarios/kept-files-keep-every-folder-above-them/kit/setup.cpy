@@ -1,0 +1,2 @@
+[remove]
+RmDir [ROOT]/target/site *.cfg

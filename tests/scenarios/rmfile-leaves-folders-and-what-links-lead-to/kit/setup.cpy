@@ -1,0 +1,2 @@
+[remove]
+RmFile [ROOT]/target/old/*.list KEEP*

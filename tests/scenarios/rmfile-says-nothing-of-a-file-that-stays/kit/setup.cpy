@@ -1,0 +1,3 @@
+[remove]
+RmFile [ROOT]/target/old/* -
+RmFile [ROOT]/target/page.html -
