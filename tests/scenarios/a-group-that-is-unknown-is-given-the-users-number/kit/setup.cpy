@@ -1,0 +1,2 @@
+[install]
+Chown [ROOT]/target/data/* - nobody:no-such-group

@@ -1,0 +1,3 @@
+[install]
+Chown [ROOT]/target/data - $(owner)
+WFile [ROOT]/target/never yes

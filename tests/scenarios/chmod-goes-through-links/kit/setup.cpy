@@ -1,0 +1,3 @@
+[tidy]
+Chmod [ROOT]/target/current - 600
+Chmod [ROOT]/target/next - 755

@@ -1,0 +1,2 @@
+[install]
+Chmod [ROOT]/target/* keep*,*.CGI 600

@@ -1,0 +1,2 @@
+[install]
+Chmod [ROOT]/target/site - 750

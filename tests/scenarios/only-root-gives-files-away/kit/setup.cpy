@@ -1,0 +1,2 @@
+[install]
+Chown [ROOT]/target/page.html - root:root
