@@ -1,0 +1,3 @@
+[tidy]
+Error ready Not ready yet.
+WFile [ROOT]/target/after yes

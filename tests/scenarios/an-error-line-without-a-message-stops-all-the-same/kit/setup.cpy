@@ -1,0 +1,3 @@
+[install]
+Error ready
+WFile [ROOT]/target/never yes
