@@ -6,7 +6,10 @@
 #include "installer/tcp.h"
 #include "tests/support.h"
 
+#include <algorithm>
 #include <numeric>
+
+#include <malloc.h>
 
 namespace installer::test {
 namespace {
@@ -128,11 +131,22 @@ TEST_F(Datfile, TableGrowsFromTenToFifteenToTwentyRecordsAndStaysTerminated) {
             text += "name" + std::to_string(number) + " value\n";
         return text;
     };
-    for (const int count : {5, 6, 7, 11, 12, 500}) { // 6 and 11 fill the table to its last record
-        SCOPED_TRACE(count);
-        ASSERT_EQ(1, load(defined(count)));
-        ASSERT_EQ(static_cast<std::size_t>(4 + count), names().size());
-        EXPECT_EQ("name" + std::to_string(count), names().back());
+    // A table that its definitions fill to the last record gets one more, which ends it.
+    const struct {
+        int count, capacity;
+    } rows[] = {{5, 10}, {6, 11}, {7, 15}, {11, 16}, {12, 20}, {500, 505}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.count);
+        ASSERT_EQ(1, load(defined(row.count)));
+        const int records = 4 + row.count;
+        ASSERT_EQ(static_cast<std::size_t>(records), names().size());
+        EXPECT_EQ("name" + std::to_string(row.count), names().back());
+        // Everything behind the definitions is there and is zero.
+        ASSERT_GE(malloc_usable_size(_settings), static_cast<std::size_t>(row.capacity) * sizeof *_settings);
+        EXPECT_TRUE(
+            std::all_of(_settings + records, _settings + row.capacity, [](const setting_list &record) {
+                return record.setting == nullptr && record.dflt == nullptr && record.mode == Ini_None;
+            }));
     }
 }
 
