@@ -3,6 +3,7 @@
 option(INSTALLER_WERROR "Treat warnings as errors" OFF)
 option(INSTALLER_HARDEN "Build a hardened program: PIE, RELRO, stack protector, _FORTIFY_SOURCE" OFF)
 option(INSTALLER_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
+option(INSTALLER_BENCH "Build what scripts/bench runs (needs Google Benchmark)" OFF)
 
 add_library(project_options INTERFACE)
 target_compile_options(project_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2)
