@@ -251,10 +251,11 @@ bool question_pass::jumps_back() const {
 /// setting of that name, else the word itself) or, without a comparison, when it is true.
 bool question_pass::is_asked() const {
     const char *lhs = ini_value_name(store_, quest_control(script_, at()));
+    const char *comparison = quest_control_cmp(script_, at());
+    // Read in any case: reading puts a setting's cursor, where its next value is added, on the first one.
+    const char *rhs = ini_value_name(store_, comparison);
     if (lhs == nullptr)
         return true;
-    const char *comparison = quest_control_cmp(script_, at());
-    const char *rhs = ini_value_name(store_, comparison);
     if (rhs == nullptr)
         rhs = comparison;
     return rhs == nullptr ? istrue(lhs) != 0 : s_strcmp(lhs, rhs) == 0;

@@ -339,5 +339,14 @@ TEST_F(Driver, ControlDecidesWhetherAQuestionIsAsked) {
     }
 }
 
+TEST_F(Driver, ComparisonSettingIsReadEvenWhenTheControlHasNoValue) {
+    // A setting with several values takes the next one in front once it has been read, else behind.
+    ini_add_name(store_, "flag", "old");
+    ini_add_name(store_, "source", "new");
+    write_file("kit.q", "[install]\nText name nosuch flag h Name?\nCopy flag - - h source\n");
+    printed([this] { EXPECT_EQ(action_done, install_product(store_)); });
+    EXPECT_STREQ("new", ini_value_name(store_, "flag"));
+}
+
 } // namespace
 } // namespace installer::test
