@@ -524,12 +524,13 @@ int copy_ini(copy *x, std::uint32_t index) {
 
 namespace {
 
-/// An unknown controlling setting, or one without a value, does not block: on purpose.
+/// An unknown controlling setting, or one without a value, does not block: on purpose. The comparison setting is
+/// read all the same: that puts its cursor, where its next value is added, on the first one.
 bool is_allowed(const copy &x, const copy_cmd &cmd) {
     const char *value = ini_value_name(x.ini, cmd.control);
+    const char *wanted = ini_value_name(x.ini, cmd.control_cmp);
     if (!value)
         return true;
-    const char *wanted = ini_value_name(x.ini, cmd.control_cmp);
     if (!wanted)
         wanted = cmd.control_cmp;
     return wanted ? s_stricmp(value, wanted) == 0 : istrue(value) != 0;

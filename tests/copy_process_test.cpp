@@ -113,6 +113,14 @@ TEST_F(CopyProcess, ASettingsValueIsComparedEvenWhenTheLiteralWouldBeEqual) {
     EXPECT_EQ(-1, run("Exist . answer action UPGRADE"));
 }
 
+TEST_F(CopyProcess, AComparisonSettingIsReadEvenWhenTheControlHasNoValue) {
+    // A setting with several values takes the next one in front once it has been read, else behind.
+    set("found", "unknown");
+    EXPECT_EQ(1, run("Exist . answer nosuch found"));
+    EXPECT_EQ(1, run("Exist . found"));
+    EXPECT_EQ("true", value_of("found"));
+}
+
 TEST_F(CopyProcess, ASkippedRecordDoesNothing) {
     set("no", "false");
     EXPECT_EQ(-1, run("MkDir made no"));
