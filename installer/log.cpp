@@ -37,18 +37,6 @@ struct file_name {
     char text[sizeof(log::File)];
 };
 
-// Reporting an error must not lose the reason that its reporter is about to tell.
-class errno_keeper {
-  public:
-    errno_keeper() : kept_(errno) {}
-    ~errno_keeper() { errno = kept_; }
-    errno_keeper(const errno_keeper &) = delete;
-    errno_keeper &operator=(const errno_keeper &) = delete;
-
-  private:
-    int kept_;
-};
-
 const char *level_word(LogLevel l) {
     return LevelNames[std::clamp(l, LogNone, LogDebug)];
 }
@@ -160,7 +148,7 @@ void keep_error(const char *text) {
     if (keeping)
         return;
     keeping = true;
-    const errno_keeper errno_stays;
+    const errno_guard errno_stays;
     if (EmsgLog == nullptr)
         EmsgLog = array_init(0);
     text_ptr copy(s_strdup(text));
@@ -179,6 +167,12 @@ __attribute__((format(printf, 2, 0))) void write_message(LogLevel l, const char 
     log_line(CurrentLog, m.text, l);
 }
 
+/// Whether what the log writes to is no file of its own, such as /dev/null: moved away, others would miss it.
+bool is_device(const log *x) {
+    struct stat st {};
+    return stat(x->File, &st) == 0 && !S_ISREG(st.st_mode);
+}
+
 } // namespace
 
 log *log_init(LogLevel level) {
@@ -192,7 +186,7 @@ log *log_init(LogLevel level) {
 }
 
 int log_open(log *x, const char *file) {
-    const errno_keeper errno_stays;
+    const errno_guard errno_stays;
     if (x == nullptr || open_file(x, file) == 0)
         return 0;
     become_current(x);
@@ -249,7 +243,7 @@ const char *log_level_name(log *x) {
 void log_line(log *x, const char *line, LogLevel l) {
     if (x == nullptr || line == nullptr || l > x->Level)
         return;
-    const errno_keeper errno_stays;
+    const errno_guard errno_stays;
     if (!ready(x))
         return;
     char text[line_size];
@@ -265,7 +259,7 @@ void log_line(log *x, const char *line, LogLevel l) {
 
 void log_raw(const char *format, ...) {
     log *x = CurrentLog;
-    const errno_keeper errno_stays;
+    const errno_guard errno_stays;
     if (x == nullptr || format == nullptr || !ready(x))
         return;
     message m;
@@ -284,7 +278,7 @@ void log_raw(const char *format, ...) {
 }
 
 void log_flush(log *x) {
-    const errno_keeper errno_stays;
+    const errno_guard errno_stays;
     const log *flushed = x != nullptr ? x : CurrentLog;
     if (flushed != nullptr && flushed->F != nullptr)
         std::fflush(flushed->F);
@@ -293,9 +287,11 @@ void log_flush(log *x) {
 int log_rotate(log *x) {
     if (x == nullptr || x->File[0] == '\0')
         return 0;
+    if (is_device(x))
+        return 1;
     if (!old_names_fit(x)) // a cut name would be that of another file, even of the log itself
         return log_open(x, x->File);
-    const errno_keeper errno_stays;
+    const errno_guard errno_stays;
     const file_name moved = temporary_name(x);
     log_close(x);
     std::rename(x->File, moved.text);
@@ -321,7 +317,7 @@ void check_emsglog() {
 }
 
 void log_close(log *x) {
-    const errno_keeper errno_stays;
+    const errno_guard errno_stays;
     if (x != nullptr)
         s_fclose(&x->F);
 }

@@ -105,7 +105,8 @@ void log_flush(log *x);
 
 /// Moves the file to `File` with "0" appended, after moving the old files up by one number and removing the
 /// one numbered `Rotations`; then goes on in an empty file. Returns what opening that one returned; 0 without
-/// a file name. Where the old names do not fit, nothing is moved and the file grows on.
+/// a file name. Nothing is moved, and the file grows on, where the old names do not fit and where the log is written to
+/// no regular file (a device: 1).
 int log_rotate(log *x);
 
 /// Writes the errors that wait to the current log, as far as its level takes errors, and forgets them. With

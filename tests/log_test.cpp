@@ -662,6 +662,15 @@ TEST_F(Log, ErrorsThatWaitFollowTheLineWhoseRotationMakesTheLogCurrent) {
     EXPECT_THAT(lines("x.log1"), ElementsAre("Info: line"));
 }
 
+TEST_F(Log, ADeviceStaysWhereItIs) {
+    std::filesystem::create_symlink("/dev/null", "x.log"); // a link, so that no failure could harm the device
+    open();
+    log_dorotate(x, 4, 10);
+    log_line(x, "one", LogError);
+    EXPECT_EQ(1, log_rotate(x));
+    EXPECT_THAT(names_in("."), ElementsAre("x.log"));
+}
+
 TEST_F(Log, RotatingWithoutAFileNameDoesNothing) {
     write_file("0", "an operator's file");
     write_file("3", "another");
