@@ -8,11 +8,12 @@ An example begins with one of these comments, which no reader sees, and goes on 
 
     <!-- an empty folder -->    nothing is there but what the example shows
     <!-- a fresh kit -->        the program, as `setup`, and empty scripts (setup.q with the line "[install]")
+    <!-- the guest book -->     the program, and the kit of the first example of the author's guide
     <!-- no example -->         what follows is not played
     <!-- needs root -->         this example is skipped for an ordinary user
     <!-- needs no httpd.conf --> ... where the host has such a file
 
-Its fenced blocks are carried out in their order, in one folder, which the text calls /home/ann/kit:
+Its fenced blocks are carried out in their order, in one folder, which the text calls /home/ann/kit (readers do not see those between "<!--" and "-->"):
 
     ```setup.dat     a file of that name is written; one that begins with "/" stands in a private /opt
     ```console       lines "$ command" are run by the shell, the lines below are the output, byte for byte; [..] stands
@@ -21,7 +22,6 @@ Its fenced blocks are carried out in their order, in one folder, which the text 
     ```tree www      everything that stands below www, folders with a "/" at the end
 """
 
-import glob
 import importlib.machinery
 import importlib.util
 import os
@@ -40,7 +40,7 @@ HTTPD_CONF = ("/etc/apache/httpd.conf", "/etc/httpd/conf/httpd.conf", "/etc/http
               "/usr/local/apache/etc/httpd.conf", "/usr/internet/httpd/public/conf/httpd.conf",
               "/opt/apache/conf/httpd.conf")
 FRESH_KIT = {"setup.dat": "", "setup.int": "", "setup.q": "[install]\n"}
-BEGINNINGS = ("an empty folder", "a fresh kit", "no example")
+BEGINNINGS = ("an empty folder", "a fresh kit", "the guest book", "no example")
 NEEDS = ("needs root", "needs no httpd.conf")
 
 
@@ -152,9 +152,9 @@ class Folder:
         os.mkdir(os.path.join(self.outside, "bin"))
         shutil.copy(INSTALLER, os.path.join(self.outside, "bin", "installer"))
         self.private = any(info.startswith("/") for _, info, _ in example.blocks)
-        if example.beginning == "a fresh kit":
+        if example.beginning != "an empty folder":
             shutil.copy(INSTALLER, os.path.join(self.path, "setup"))
-            for name, text in FRESH_KIT.items():
+            for name, text in (guest_book() if example.beginning == "the guest book" else FRESH_KIT).items():
                 self.write(name, text)
 
     def remove(self):
@@ -193,6 +193,11 @@ class Folder:
             path = os.path.join(self.path, top, name)
             found.append(name + ("/" if os.path.isdir(path) and not os.path.islink(path) else ""))
         return found
+
+
+def guest_book():
+    tutorial = examples_of(read("docs", "kit-authors-guide.md"))[0]
+    return {info: text for number, info, text in tutorial.blocks if kind_of(number, info) == "file"}
 
 
 def mismatch(expected, actual):
@@ -262,18 +267,24 @@ def read(*path):
 
 # The documents: every example is a case of its own.
 
-def cases_of(*path):
+def cases_of(*path, begin="", end=""):
+    """A class with a case for each example of a document, or of the part of it from one text to another."""
     def case(example):
         return lambda self: play(self, example)
 
+    document = read(*path)
+    before, document = document[:document.index(begin)], document[document.index(begin):]
+    document = "\n" * before.count("\n") + document[:document.index(end) if end else None]
     members, name = {}, re.sub(r"\W", "_", os.path.splitext(path[-1])[0])
-    for example in examples_of(read(*path)):
+    for example in examples_of(document):
         title = re.sub(r"\W+", "_", example.title.lower()).strip("_")
         members["test_line_%04d_%s" % (example.line, title)] = case(example)
     return type(name, (unittest.TestCase,), members)
 
 
 AuthorsGuide = cases_of("docs", "kit-authors-guide.md")
+OperatorsGuide = cases_of("docs", "operators-guide.md")
+Readme = cases_of("README.md", begin="## A kit\n", end="## The command line\n")
 
 
 # What the documents must not leave out.
