@@ -3,6 +3,7 @@
 option(INSTALLER_WERROR "Treat warnings as errors" OFF)
 option(INSTALLER_HARDEN "Build a hardened program: PIE, RELRO, stack protector, _FORTIFY_SOURCE" OFF)
 option(INSTALLER_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
+option(INSTALLER_STATIC "Link a program that needs no library of its host; it reads the host's tables of users itself" OFF)
 option(INSTALLER_BENCH "Build what scripts/bench runs (needs Google Benchmark)" OFF)
 
 add_library(project_options INTERFACE)
@@ -16,8 +17,20 @@ if(INSTALLER_HARDEN)
     set(CMAKE_POSITION_INDEPENDENT_CODE ON)
     target_compile_options(project_options INTERFACE -fstack-protector-strong -fstack-clash-protection -fcf-protection
                                                      -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
-    target_link_options(project_options INTERFACE -pie -Wl,-z,relro,-z,now -static-libstdc++ -static-libgcc)
+    target_link_options(project_options INTERFACE -Wl,-z,relro,-z,now)
 endif()
+
+# The linker warns where a look-up of the system's would need its libraries after all: that fails the build.
+if(INSTALLER_STATIC)
+    set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+    target_compile_definitions(project_options INTERFACE INSTALLER_HOST_FILES)
+    target_link_options(project_options INTERFACE -static-pie -Wl,--fatal-warnings)
+elseif(INSTALLER_HARDEN)
+    target_link_options(project_options INTERFACE -pie -static-libstdc++ -static-libgcc)
+endif()
+
+# The same program comes of the same sources, wherever the tree lies.
+target_compile_options(project_options INTERFACE $<$<CONFIG:Release>:-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.>)
 
 if(INSTALLER_SANITIZE)
     target_compile_options(project_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all

@@ -1,5 +1,6 @@
 #include "installer/file.h"
 
+#include "installer/hostfiles.h"
 #include "installer/log.h"
 
 #include <algorithm>
@@ -873,6 +874,23 @@ char *file_path(const char *path, char *buffer, int size) {
     return buffer;
 }
 
+// A fully static program has no look-ups of the system's: it reads the host's own tables.
+#ifdef INSTALLER_HOST_FILES
+
+int file_getuid(const char *name) {
+    return table_number(passwd_table, name, PasswdUser);
+}
+
+int file_getgid(const char *name) {
+    return table_number(group_table, name, GroupId);
+}
+
+int file_usergid(const char *name) {
+    return table_number(passwd_table, name, PasswdGroup);
+}
+
+#else
+
 int file_getuid(const char *name) {
     const passwd *user = name ? getpwnam(name) : nullptr;
     return user ? static_cast<int>(user->pw_uid) : -1;
@@ -887,5 +905,7 @@ int file_usergid(const char *name) {
     const passwd *user = name ? getpwnam(name) : nullptr;
     return user ? static_cast<int>(user->pw_gid) : -1;
 }
+
+#endif
 
 } // namespace installer
