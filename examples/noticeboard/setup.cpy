@@ -32,6 +32,8 @@ WFile $(record_dir)/log_file log_file
 WFile $(record_dir)/docs_there docs_there
 WFile $(record_dir)/scripts_there scripts_there
 WFile $(record_dir)/log_there log_there
+WFile $(record_dir)/group group
+WFile $(record_dir)/for_server for_server
 
 # A copy never makes the folder it copies to: make it first. Chmod takes a mode as an octal number; a folder takes all
 # that is in it along, so these lines come while it is empty, and only for a folder that this kit makes.
@@ -40,6 +42,8 @@ MkDir $(scripts_dir)/$(folder)
 MkDir $(data_dir)
 Chmod $(docs_root)/$(folder) - 755 folder_there false
 Chmod $(scripts_dir)/$(folder) - 755 programs_there false
+Chmod $(scripts_dir)/$(folder) - 750 lock_folder
+Chown $(scripts_dir)/$(folder) - root:$(group) lock_folder
 
 # The static pages: files only (CopyFile passes over folders), without templates and drafts; then the folder help with all
 # that is in it, again without drafts. For the top level the case of names does not matter in "not", deeper down it does.
@@ -80,6 +84,16 @@ Chmod $(log_file) - 666 shared
 # Owners: user, colon, group; without the colon, one name would be taken for both. Only root can do this.
 Chown $(data_dir) - $(owner):$(group) give_away
 Chown $(log_file) - $(owner):$(group) give_away
+# In the server's own folders the programs stay root's, so that a visitor who tricks one of them cannot rewrite them; the
+# server's group may run and read them, nobody else may. First the owner: its change may take bits of the mode away.
+Chown $(scripts_dir)/$(folder)/list.cgi - root:$(group) for_server
+Chown $(scripts_dir)/$(folder)/post.cgi - root:$(group) for_server
+Chown $(scripts_dir)/$(folder)/board.sh - root:$(group) for_server
+Chown $(scripts_dir)/$(folder)/noticeboard.conf - root:$(group) for_server
+Chmod $(scripts_dir)/$(folder)/list.cgi - 750 for_server
+Chmod $(scripts_dir)/$(folder)/post.cgi - 750 for_server
+Chmod $(scripts_dir)/$(folder)/board.sh - 640 for_server
+Chmod $(scripts_dir)/$(folder)/noticeboard.conf - 640 for_server
 
 # Error fails, with its message, when its setting is false: here when what matters most did not arrive.
 Exist $(scripts_dir)/$(folder)/post.cgi program_there
@@ -128,6 +142,15 @@ Chmod $(scripts_dir)/$(folder)/list.cgi - 755
 Chmod $(scripts_dir)/$(folder)/post.cgi - 755
 Chmod $(scripts_dir)/$(folder)/board.sh - 644
 Chmod $(scripts_dir)/$(folder)/noticeboard.conf - 644
+# As at the installation; the note of it was read back by the init script.
+Chown $(scripts_dir)/$(folder)/list.cgi - root:$(group) for_server
+Chown $(scripts_dir)/$(folder)/post.cgi - root:$(group) for_server
+Chown $(scripts_dir)/$(folder)/board.sh - root:$(group) for_server
+Chown $(scripts_dir)/$(folder)/noticeboard.conf - root:$(group) for_server
+Chmod $(scripts_dir)/$(folder)/list.cgi - 750 for_server
+Chmod $(scripts_dir)/$(folder)/post.cgi - 750 for_server
+Chmod $(scripts_dir)/$(folder)/board.sh - 640 for_server
+Chmod $(scripts_dir)/$(folder)/noticeboard.conf - 640 for_server
 
 # RFile, in a copy script, empties the file (only the init script's RFile reads one). That is what is wanted here; the
 # setting "emptied" gets nothing.

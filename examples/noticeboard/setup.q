@@ -71,6 +71,16 @@ YN shared give_away false owner Does the web server run as another user than you
 Exist $(docs_root) docs_there
 Exist $(scripts_dir) scripts_there
 Exist $(scripts_dir)/$(folder) programs_there
+# 30-36: in the server's own folders the programs go to its group, and with them their folder when it is new; so the flags
+# are true under two and three conditions. First they are set back, or an earlier answer would still stand there. Then
+# each jump leaves out the rest when its setting is false; 37 is the end.
+Copy for_server - - owner never
+Copy lock_folder - - owner never
+Loop use_server 37
+Copy for_server - - owner give_away
+Copy lock_folder - - owner give_away
+Loop programs_there 37
+Copy lock_folder - - owner never
 
 [upgrade]
 # 0: in this section alone, the text of an Error is expanded.
