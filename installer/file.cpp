@@ -327,13 +327,13 @@ bool copy_in_kernel([[maybe_unused]] int from, [[maybe_unused]] int to,
 #endif
 }
 
-/// Copies what is left to read in `from` to `to` and adds to `bytes` what was written: of a copy that failed, whole
+/// Copies what is left to read in `from` to `to` and adds to `bytes` what was written: where writing failed, whole
 /// blocks.
 transferred transfer(int from, int to, std::uint32_t *bytes) {
     std::uint64_t total = 0;
     const transferred result =
         copy_in_kernel(from, to, total) ? transferred::all : copy_blocks(from, to, total);
-    if (result != transferred::all)
+    if (result == transferred::not_written)
         total -= total % block_size;
     if (bytes)
         *bytes += static_cast<std::uint32_t>(total);

@@ -271,6 +271,18 @@ TEST_F(File, WholeBlocksAreCountedOfACopyThatTheKernelBeganAndThatFailed) {
     EXPECT_THAT(told, ElementsAre("fail a > b 1"));
 }
 
+TEST_F(File, ShortLastBlockBeforeAReadErrorIsCounted) {
+    disk.in_kernel = true;
+    disk.moves = {{9000, 0}, {-1, EIO}};
+    disk.reads = {{-1, EIO}};
+    write_file("a", some_bytes(20000));
+    std::uint32_t bytes = 0;
+    EXPECT_EQ(0, file_copy("a", "b", 1, &bytes));
+    EXPECT_EQ(9000U, bytes);
+    EXPECT_EQ(some_bytes(9000), read_file("b"));
+    EXPECT_THAT(errors(), ElementsAre("Error reading from 'a', Input/output error"));
+}
+
 TEST_F(File, FileThatDoesNotKnowItsSizeIsCopiedWhole) {
     if (!exists("/proc/self/limits"))
         GTEST_SKIP() << "there is no /proc here";
