@@ -333,6 +333,29 @@ class Completeness(unittest.TestCase):
                     self.assertTrue(re.search("`" + pattern, chapter), "docs/kit-authors-guide.md, Messages: no line for it")
 
 
+def anchors_of(document):
+    """The names of the headings, as they are linked to."""
+    headings = re.findall(r"^#+ (.*)", document, re.M)
+    return {re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-") for heading in headings}
+
+
+class Links(unittest.TestCase):
+    def test_every_link_leads_to_a_heading_or_a_file(self):
+        for path in ["README.md"] + sorted("docs/" + name for name in os.listdir(os.path.join(SOURCE, "docs"))):
+            if path.endswith(".md"):
+                self.check(path, re.findall(r"\]\(([^)\s]+)\)", read(path)))
+
+    def check(self, path, links):
+        for link in links:
+            file, _, anchor = link.partition("#")
+            target = os.path.join(os.path.dirname(path), file) if file else path
+            if "://" in link:
+                continue
+            with self.subTest(path, link=link):
+                self.assertTrue(os.path.exists(os.path.join(SOURCE, target)))
+                self.assertTrue(not anchor or anchor in anchors_of(read(target)))
+
+
 class Rules(unittest.TestCase):
     """What the reader of documents refuses, so that no example is passed over."""
 
