@@ -1,0 +1,63 @@
+# Run by cpack on the packages it made. CPack takes files as the file system lists them, in an archive with the owner who
+# builds, and counts the blocks that they fill; here both are packed again, so that the same files always give the same bytes. The times are those that cpack
+# gave them, from SOURCE_DATE_EPOCH.
+
+function(run)
+    execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+function(order_archive package folder)
+    set(owner --owner=0 --group=0 --numeric-owner)
+    if(DEFINED ENV{SOURCE_DATE_EPOCH})
+        set(time --mtime=@$ENV{SOURCE_DATE_EPOCH})
+    endif()
+    run(tar -C ${folder} -xzf ${package})
+    run(tar -C ${folder} --sort=name --format=ustar ${owner} ${time} -cf ${folder}.tar ${CPACK_PACKAGE_FILE_NAME})
+    run(gzip -9n ${folder}.tar)
+    file(RENAME ${folder}.tar.gz ${package})
+endfunction()
+
+# As dpkg-gencontrol counts: a file by its size, anything else as 1, in KiB.
+function(state_size tree)
+    file(GLOB_RECURSE entries LIST_DIRECTORIES true ${tree}/usr/*)
+    set(sum 1)
+    foreach(entry IN LISTS entries)
+        set(size 1024)
+        if(NOT IS_DIRECTORY ${entry} AND NOT IS_SYMLINK ${entry})
+            file(SIZE ${entry} size)
+        endif()
+        math(EXPR sum "${sum} + (${size} + 1023) / 1024")
+    endforeach()
+    file(READ ${tree}/DEBIAN/control control)
+    string(REGEX REPLACE "Installed-Size: [0-9]+" "Installed-Size: ${sum}" control "${control}")
+    file(WRITE ${tree}/DEBIAN/control "${control}")
+endfunction()
+
+function(order_sums file)
+    file(STRINGS ${file} sums)
+    list(TRANSFORM sums REPLACE "^([0-9a-f]+)  (.*)$" "\\2  \\1")
+    list(SORT sums)
+    list(TRANSFORM sums REPLACE "^(.*)  ([0-9a-f]+)$" "\\2  \\1")
+    list(JOIN sums "\n" sums)
+    file(WRITE ${file} "${sums}\n")
+endfunction()
+
+function(order_debian_package package folder)
+    run(dpkg-deb -R ${package} ${folder}/tree)
+    state_size(${folder}/tree)
+    order_sums(${folder}/tree/DEBIAN/md5sums)
+    file(CHMOD ${folder}/tree/DEBIAN/control ${folder}/tree/DEBIAN/md5sums
+         PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+    run(dpkg-deb --root-owner-group -Zxz -b ${folder}/tree ${package})
+endfunction()
+
+foreach(package IN LISTS CPACK_PACKAGE_FILES)
+    set(folder ${package}.order)
+    file(MAKE_DIRECTORY ${folder})
+    if(package MATCHES "\\.deb$")
+        order_debian_package(${package} ${folder})
+    else()
+        order_archive(${package} ${folder})
+    endif()
+    file(REMOVE_RECURSE ${folder})
+endforeach()
