@@ -5,6 +5,8 @@ option(INSTALLER_HARDEN "Build a hardened program: PIE, RELRO, stack protector, 
 option(INSTALLER_SANITIZE "Build with the address and undefined-behaviour sanitizers" OFF)
 option(INSTALLER_STATIC "Link a program that needs no library of its host; it reads the host's tables of users itself" OFF)
 option(INSTALLER_BENCH "Build what scripts/bench runs (needs Google Benchmark)" OFF)
+option(INSTALLER_FUZZ "Build the fuzz targets (needs Clang)" OFF)
+option(INSTALLER_COVERAGE "Count the lines and branches that run, for scripts/coverage" OFF)
 
 add_library(project_options INTERFACE)
 target_compile_options(project_options INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2)
@@ -36,4 +38,14 @@ if(INSTALLER_SANITIZE)
     target_compile_options(project_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all
                                                      -fno-omit-frame-pointer)
     target_link_options(project_options INTERFACE -fsanitize=address,undefined)
+endif()
+
+if(INSTALLER_FUZZ)
+    target_compile_options(project_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+if(INSTALLER_COVERAGE)
+    # Without inlining and with counters that survive several processes at a time.
+    target_compile_options(project_options INTERFACE --coverage -fno-inline -fprofile-update=atomic)
+    target_link_options(project_options INTERFACE --coverage)
 endif()
