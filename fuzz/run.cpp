@@ -15,6 +15,8 @@
 #include "installer/installer.h"
 #include "installer/lib.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -174,6 +176,21 @@ bool tells_of_a_refusal(const char *path) {
     return text.str().find(refused) != std::string::npos;
 }
 
+/// Goes back at the end: libFuzzer finds its directories from there.
+class working_directory {
+  public:
+    working_directory() : descriptor_(open(".", O_PATH | O_DIRECTORY)) { FUZZ_CHECK(descriptor_ >= 0); }
+    working_directory(const working_directory &) = delete;
+    working_directory &operator=(const working_directory &) = delete;
+    ~working_directory() {
+        FUZZ_CHECK(fchdir(descriptor_) == 0);
+        close(descriptor_);
+    }
+
+  private:
+    int descriptor_;
+};
+
 } // namespace
 
 int LLVMFuzzerInitialize(int *argc, char ***argv) {
@@ -182,6 +199,7 @@ int LLVMFuzzerInitialize(int *argc, char ***argv) {
 }
 
 int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
+    const working_directory libfuzzers;
     static const std::string before = (fuzz::renew_inside(), fuzz::look_outside());
     fuzz::renew_inside();
     run(usable(unpack(sections(fuzz::text_of(data, size)))));
