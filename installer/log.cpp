@@ -287,11 +287,11 @@ void log_flush(log *x) {
 int log_rotate(log *x) {
     if (x == nullptr || x->File[0] == '\0')
         return 0;
+    const errno_guard errno_stays;
     if (is_device(x))
         return 1;
     if (!old_names_fit(x)) // a cut name would be that of another file, even of the log itself
         return log_open(x, x->File);
-    const errno_guard errno_stays;
     const file_name moved = temporary_name(x);
     log_close(x);
     std::rename(x->File, moved.text);
