@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -41,6 +42,85 @@ constexpr struct {
 template <class Flags>
 constexpr bool has(Flags word, Flags flag) {
     return (word & flag) != 0;
+}
+
+// --- Finding a setting by its name ---
+//
+// A search begins at the place that the name's hash gives and ends at a free one. The hash leaves case out, so
+// one index serves both ways of comparing. Settings go in in their order and none leaves alone, so of several
+// that match the first is met first.
+
+std::size_t first_place(const name_index &names, const char *name) {
+    std::uint32_t hash = 2166136261; // FNV-1a
+    for (; *name != '\0'; ++name)
+        hash = (hash ^ charmap[static_cast<unsigned char>(*name)]) * 16777619;
+    return hash & static_cast<std::uint32_t>(names.size - 1);
+}
+
+std::size_t next_place(const name_index &names, std::size_t place) {
+    return (place + 1) & static_cast<std::size_t>(names.size - 1);
+}
+
+void drop_index(name_index &names) {
+    std::free(names.places);
+    names = {};
+}
+
+/// Doubles the places until no more than half of them will be taken.
+void make_places(name_index &names, int items) {
+    int size = 64;
+    while (size / 2 < items)
+        size *= 2;
+    drop_index(names);
+    names.places = static_cast<int *>(std::calloc(static_cast<std::size_t>(size), sizeof(int)));
+    names.size = names.places != nullptr ? size : 0;
+}
+
+/// Gives a place to each setting that has none.
+void index_names(ini *x) {
+    name_index &names = x->names;
+    if (names.size / 2 < x->items)
+        make_places(names, x->items);
+    while (names.size > 0 && names.held < x->items) {
+        std::size_t at = first_place(names, x->list[names.held].setting);
+        while (names.places[at] != 0)
+            at = next_place(names, at);
+        names.places[at] = ++names.held;
+    }
+}
+
+template <class Same>
+int find_indexed(const ini *x, const char *name, Same same) {
+    const name_index &names = x->names;
+    std::size_t at = first_place(names, name);
+    while (names.places[at] != 0 && same(x->list[names.places[at] - 1].setting, name) != 0)
+        at = next_place(names, at);
+    return names.places[at] - 1;
+}
+
+/// For a store that had no memory for an index.
+template <class Same>
+int find_one_by_one(const ini *x, const char *name, Same same) {
+    const setting_list *begin = x->list, *end = begin + x->items;
+    const auto *found =
+        std::find_if(begin, end, [=](const setting_list &entry) { return same(entry.setting, name) == 0; });
+    return found != end ? static_cast<int>(found - begin) : -1;
+}
+
+/// Index of the first setting with a name that is the `same`, or -1.
+template <class Same>
+int find_setting(const ini *x, const char *name, Same same) {
+    if (x == nullptr || x->list == nullptr || name == nullptr)
+        return -1;
+    return x->names.held > 0 ? find_indexed(x, name, same) : find_one_by_one(x, name, same);
+}
+
+int find_exact(const ini *x, const char *name) {
+    return find_setting(x, name, s_strcmp);
+}
+
+int find_ignoring_case(const ini *x, const char *name) {
+    return find_setting(x, name, s_stricmp);
 }
 
 // --- Settings and their values ---
@@ -89,6 +169,7 @@ bool append_setting(ini *x, const char *name, setting_mode mode, const char *val
     static_cast<void>(item.release());
     x->list[x->items] = {label.release(), nullptr, mode};
     ++x->items;
+    index_names(x);
     return true;
 }
 
@@ -117,6 +198,7 @@ bool is_secret(const ini *x, setting_mode mode) {
 }
 
 void drop_settings(ini *x) {
+    drop_index(x->names);
     array_empty_fn(x->data, free_item);
     for (int i = 0; i < x->items; ++i)
         std::free(
@@ -124,32 +206,6 @@ void drop_settings(ini *x) {
     std::free(std::exchange(x->list, nullptr));
     x->items = 0;
     x->size = 0;
-}
-
-// --- Finding a setting by its name ---
-
-/// Index of the first setting whose name is the `same`, or -1.
-template <class Same>
-int find_setting(const ini *x, const char *name, Same same) {
-    if (x == nullptr || x->list == nullptr || name == nullptr)
-        return -1;
-    for (const setting_list *entry = x->list; entry->setting != nullptr; ++entry)
-        if (same(entry->setting, name))
-            return static_cast<int>(entry - x->list);
-    return -1;
-}
-
-/// Most names differ in their first character: these are the look-ups that every script line goes through.
-int find_exact(const ini *x, const char *name) {
-    return find_setting(x, name,
-                        [](const char *a, const char *b) { return *a == *b && s_strcmp(a, b) == 0; });
-}
-
-int find_ignoring_case(const ini *x, const char *name) {
-    return find_setting(x, name, [](const char *a, const char *b) {
-        return charmap[static_cast<unsigned char>(*a)] == charmap[static_cast<unsigned char>(*b)] &&
-               s_stricmp(a, b) == 0;
-    });
 }
 
 // --- Borrowing along associations ---

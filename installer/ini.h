@@ -114,6 +114,13 @@ struct ini_xtra {
     setting_mode flag;
 };
 
+/// Where the settings stand by name: the store's own. Places hold 1 more than an index, 0 when they are free.
+struct name_index {
+    int *places;
+    int size; ///< of `places`: a power of two, or 0
+    int held; ///< how many settings have a place: all, or none for want of memory
+};
+
 /// The store. `list` has `size` entries, `items` of them in use, and after these at least one whose name is
 /// null.
 struct ini {
@@ -123,6 +130,7 @@ struct ini {
     int items;
     int size;
     array *data; ///< ini_item pointers, one a setting
+    name_index names;
 };
 
 /// The definitions that the settings data file gave, ended by a null name, or null. The loader of that file

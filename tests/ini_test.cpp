@@ -317,6 +317,40 @@ TEST_F(Ini, NameThatOccursTwiceMeansTheFirstSetting) {
     EXPECT_STREQ("two", ini_value(x, 1));
 }
 
+TEST_F(Ini, EachOfThousandsOfNamesIsFound) {
+    set_up({{"first", "", Ini_None}});
+    const auto name = [](int i) { return "name_" + std::to_string(i); };
+    for (int i = 1; i < 3000; ++i)
+        ini_add_name(x, name(i).c_str(), "x");
+    for (int i = 1; i < 3000; ++i)
+        ASSERT_EQ(i, ini_index(x, name(i).c_str()));
+    EXPECT_EQ(0, ini_index(x, "first"));
+    EXPECT_EQ(-1, ini_index(x, name(3000).c_str()));
+    EXPECT_EQ(-1, ini_index(x, "name_"));
+}
+
+TEST_F(Ini, NamesAreFoundWithoutMemoryForTheirIndex) {
+    set_up({{"first", "1", Ini_None}, {"second", "2", Ini_Replace}, {"second", "3", Ini_None}});
+    std::free(x->names.places);
+    x->names = {};
+    EXPECT_STREQ("1", ini_value_name(x, "first"));
+    EXPECT_EQ(1, ini_index(x, "second"));
+    EXPECT_EQ(-1, ini_index(x, "Second"));
+    EXPECT_EQ(1, ini_add_name(x, "first", "see $(SECOND)"));
+    EXPECT_EQ(1, ini_process(x));
+    EXPECT_STREQ("see 2", ini_value_name(x, "first"));
+}
+
+TEST_F(Ini, NextSettingBringsTheIndexBack) {
+    set_up({{"first", "1", Ini_None}, {"second", "2", Ini_None}});
+    std::free(x->names.places);
+    x->names = {};
+    EXPECT_EQ(1, ini_add_name(x, "third", "3"));
+    EXPECT_EQ(3, x->names.held);
+    EXPECT_EQ(1, ini_index(x, "second"));
+    EXPECT_EQ(2, ini_index(x, "third"));
+}
+
 TEST_F(Ini, ValueStartsTheWalkAndNextGoesOnToNull) {
     set_up({{"a", "1", Ini_Multi}});
     ini_add(x, 0, "2");
