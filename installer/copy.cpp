@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <iterator>
 #include <memory>
 #include <string_view>
@@ -167,54 +166,21 @@ void copy_free(copy **x) {
 
 namespace {
 
-/// Finds values by name and remembers some of them: a template refers to the same few settings over and over,
-/// and the store looks through all its names each time. REQUIRES: no setting changes during its life.
-class value_finder {
-  public:
-    explicit value_finder(ini *settings) : settings_(settings) {}
-
-    /// The setting's value; empty when it has none.
-    std::string_view find(std::string_view name);
-
-  private:
-    struct found {
-        char name[48];
-        std::size_t name_length;
-        std::string_view value;
-    };
-
-    std::string_view look_up(std::string_view name);
-
-    ini *settings_;
-    found recent_[128] = {};
-};
-
-/// A name that is longer than any line a setting can come from names none.
-std::string_view value_finder::look_up(std::string_view name) {
+/// The setting's value; empty when it has none. A name that is longer than any line a setting can come from names
+/// none.
+std::string_view value_of(ini *settings, std::string_view name) {
     char setting[text_size];
     if (name.size() >= sizeof setting)
         return {};
     setting[name.copy(setting, name.size())] = '\0';
-    const char *value = ini_value_name(settings_, setting);
-    return value ? value : std::string_view();
-}
-
-std::string_view value_finder::find(std::string_view name) {
-    if (name.empty() || name.size() > sizeof found::name)
-        return look_up(name);
-    found &place = recent_[std::hash<std::string_view>()(name) % std::size(recent_)];
-    if (name != std::string_view(place.name, place.name_length)) {
-        place.name_length = name.copy(place.name, name.size());
-        place.value = look_up(name);
-    }
-    return place.value;
+    return str(ini_value_name(settings, setting));
 }
 
 /// The result of expanding one text. It is kept and reused for the lines of a template, so that a line costs
 /// no heap.
 class expansion {
   public:
-    explicit expansion(ini *settings) : values_(settings) {}
+    explicit expansion(ini *settings) : settings_(settings) {}
 
     /// Replaces the references of `text`; false, with nothing done, when it holds none. See replace_vars.
     bool expand(std::string_view text);
@@ -227,7 +193,7 @@ class expansion {
 
     void append(std::string_view piece);
 
-    value_finder values_;
+    ini *settings_;
     char text_[10000];
     std::size_t length_ = 0;
 };
@@ -249,7 +215,7 @@ bool expansion::expand(std::string_view text) {
         if (end == std::string_view::npos)
             break;
         append(text.substr(0, reference));
-        append(values_.find(text.substr(name, end - name)));
+        append(value_of(settings_, text.substr(name, end - name)));
         text.remove_prefix(end + 1);
         reference = text.find("$(");
     }
