@@ -64,9 +64,15 @@ struct stat look(const place &p) {
     return found;
 }
 
-bool is_link(const place &p) {
+/// Whether a query found nothing there, and not merely no answer.
+bool is_absence(int reason) {
+    return reason == ENOENT || reason == ENOTDIR;
+}
+
+/// Also when that cannot be told.
+bool may_be_link(const place &p) {
     struct stat found = {};
-    return fstatat(p.dir, p.name, &found, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(found.st_mode);
+    return fstatat(p.dir, p.name, &found, AT_SYMLINK_NOFOLLOW) != 0 || S_ISLNK(found.st_mode);
 }
 
 bool same_file(const struct stat &a, const struct stat &b) {
@@ -176,6 +182,8 @@ const dirent *next_record(const reading &from, bool &whole) {
     const dirent *record = readdir(from.dir);
     if (!record && errno != 0) {
         file_error("Error reading dir '%s'", from.path);
+        if (from.report != walk::not_told)
+            tell(fail, from.path, nullptr, from.report);
         whole = false;
     } else {
         errno = before;
@@ -249,6 +257,8 @@ namespace {
 
 int exists_at(const place &p) {
     const mode_t mode = look(p).st_mode;
+    if (mode == 0 && !is_absence(errno))
+        file_error("Error looking for '%s'", p.path);
     if (mode == 0) {
         dmsg("'%s' does not exist", p.path);
         return 0;
@@ -272,12 +282,12 @@ enum class outcome { copied, failed, kept, vanished };
 
 enum class transferred { all, not_read, not_written };
 
-ssize_t read_block(int fd, std::array<char, block_size> &block) {
-    ssize_t size = -1;
+ssize_t read_block(int fd, char *data, std::size_t size) {
+    ssize_t done = -1;
     do
-        size = read(fd, block.data(), block.size());
-    while (size < 0 && errno == EINTR);
-    return size;
+        done = read(fd, data, size);
+    while (done < 0 && errno == EINTR);
+    return done;
 }
 
 /// Adds what it writes to `total`, also when it fails half-way.
@@ -297,61 +307,50 @@ bool write_block(int fd, const char *data, std::size_t size, std::uint64_t &tota
     return true;
 }
 
-/// Copies what is left to read in `from`, block by block.
-transferred copy_blocks(int from, int to, std::uint64_t &total) {
+/// Copies what is left to read in `from`, block by block, until `total` is `most`.
+transferred copy_blocks(int from, int to, std::uint64_t most, std::uint64_t &total) {
     std::array<char, block_size> block;
-    for (;;) {
-        const ssize_t size = read_block(from, block);
+    while (total < most) {
+        const ssize_t size =
+            read_block(from, block.data(), std::min<std::uint64_t>(block.size(), most - total));
         if (size == 0)
-            return transferred::all;
+            break;
         if (size < 0)
             return transferred::not_read;
         if (!write_block(to, block.data(), static_cast<std::size_t>(size), total))
             return transferred::not_written;
     }
+    return transferred::all;
 }
 
 /// Lets the kernel move the bytes, as far as it can: true when it came to the file's end. After a false, whatever the
 /// reason, copy_blocks goes on where this stopped, and meets and tells apart what is wrong. A file that ends before its
 /// first byte may be one of those that do not know their size, so that is a false too.
-bool copy_in_kernel([[maybe_unused]] int from, [[maybe_unused]] int to,
+bool copy_in_kernel([[maybe_unused]] int from, [[maybe_unused]] int to, [[maybe_unused]] std::uint64_t most,
                     [[maybe_unused]] std::uint64_t &total) {
 #if defined(__linux__)
-    constexpr std::size_t at_once = std::size_t{8} << 20; // a signal is heard in between
+    constexpr std::uint64_t at_once = std::uint64_t{8} << 20; // a signal is heard in between
     ssize_t size = 0;
-    while ((size = copy_file_range(from, nullptr, to, nullptr, at_once, 0)) > 0)
+    while (total < most &&
+           (size = copy_file_range(from, nullptr, to, nullptr, std::min(at_once, most - total), 0)) > 0)
         total += static_cast<std::uint64_t>(size);
-    return size == 0 && total > 0;
+    return total == most || (size == 0 && total > 0);
 #else
     return false;
 #endif
 }
 
-/// Copies what is left to read in `from` to `to` and adds to `bytes` what was written: where writing failed, whole
+/// Copies at most `most` bytes of what is left to read in `from` to `to` and adds to `bytes` what was written: where writing failed, whole
 /// blocks.
-transferred transfer(int from, int to, std::uint32_t *bytes) {
+transferred transfer(int from, int to, std::uint64_t most, std::uint32_t *bytes) {
     std::uint64_t total = 0;
     const transferred result =
-        copy_in_kernel(from, to, total) ? transferred::all : copy_blocks(from, to, total);
+        copy_in_kernel(from, to, most, total) ? transferred::all : copy_blocks(from, to, most, total);
     if (result == transferred::not_written)
         total -= total % block_size;
     if (bytes)
         *bytes += static_cast<std::uint32_t>(total);
     return result;
-}
-
-/// Moves the bytes and closes the target with a look at the result: what a full disk refuses may show only
-/// then.
-outcome fill(descriptor &target, const place &dst, const descriptor &source, const place &src,
-             std::uint32_t *bytes) {
-    const transferred result = transfer(source.get(), target.get(), bytes);
-    if (result == transferred::not_read)
-        file_error("Error reading from '%s'", src.path);
-    else if (result == transferred::not_written || close(target.release()) != 0)
-        file_error("Error writing to '%s'", dst.path);
-    else
-        return outcome::copied;
-    return outcome::failed;
 }
 
 bool is_pipe(mode_t mode) {
@@ -364,6 +363,38 @@ outcome refuse_pipe(const place &p) {
     return outcome::failed;
 }
 
+/// What was opened; all zero when the system does not tell.
+struct stat look_at(const descriptor &opened) {
+    struct stat found = {};
+    if (fstat(opened.get(), &found) != 0)
+        return {};
+    return found;
+}
+
+/// A file is copied as long as it is when its copy begins: one that grows meanwhile has an end. Where the system
+/// tells no length, as for a device, the copy goes on to the end of what can be read.
+std::uint64_t length_to_copy(const struct stat &source) {
+    const bool known = S_ISREG(source.st_mode) && source.st_size > 0;
+    return known ? static_cast<std::uint64_t>(source.st_size) : UINT64_MAX;
+}
+
+/// Moves the bytes and closes the target with a look at the result: what a full disk refuses may show only
+/// then.
+outcome fill(descriptor &target, const place &dst, const descriptor &source, const place &src,
+             std::uint32_t *bytes) {
+    const struct stat opened = look_at(source);
+    if (is_pipe(opened.st_mode))
+        return refuse_pipe(src);
+    const transferred result = transfer(source.get(), target.get(), length_to_copy(opened), bytes);
+    if (result == transferred::not_read)
+        file_error("Error reading from '%s'", src.path);
+    else if (result == transferred::not_written || close(target.release()) != 0)
+        file_error("Error writing to '%s'", dst.path);
+    else
+        return outcome::copied;
+    return outcome::failed;
+}
+
 outcome refuse_same(const place &src, const place &dst) {
     errno = EINVAL;
     file_error("'%s' and '%s' are the same file", src.path, dst.path);
@@ -372,6 +403,11 @@ outcome refuse_same(const place &src, const place &dst) {
 
 outcome no_target(const place &dst) {
     file_error("Error opening '%s' for write", dst.path);
+    return outcome::failed;
+}
+
+outcome no_source(const place &src) {
+    file_error("Error opening '%s' for read", src.path);
     return outcome::failed;
 }
 
@@ -390,9 +426,13 @@ bool vanished(const place &src) {
 /// before anything is opened.
 outcome open_existing(const place &src, const place &dst, int overwrite, descriptor &target) {
     const struct stat to = look(dst);
+    if (to.st_mode == 0 && !is_absence(errno))
+        return no_target(dst);
     const struct stat from = look(src);
     if (from.st_mode == 0 && vanished(src))
         return outcome::vanished;
+    if (from.st_mode == 0 && !is_absence(errno)) // it could be the target itself
+        return no_source(src);
     if (is_pipe(to.st_mode))
         return refuse_pipe(dst);
     if (same_file(from, to))
@@ -400,7 +440,9 @@ outcome open_existing(const place &src, const place &dst, int overwrite, descrip
     if (!overwrite && open_at(dst, O_RDONLY | patience(to.st_mode)))
         return outcome::kept;
     target = open_at(dst, O_WRONLY | O_CREAT | O_TRUNC | patience(to.st_mode), new_file_mode);
-    return target ? outcome::copied : no_target(dst);
+    if (!target)
+        return no_target(dst);
+    return is_pipe(look_at(target).st_mode) ? refuse_pipe(dst) : outcome::copied;
 }
 
 outcome copy_bytes(const place &src, const place &dst, int overwrite, std::uint32_t *bytes) {
@@ -422,8 +464,7 @@ outcome copy_bytes(const place &src, const place &dst, int overwrite, std::uint3
         remove_entry(dst);
         return outcome::vanished;
     }
-    file_error("Error opening '%s' for read", src.path);
-    return outcome::failed;
+    return no_source(src);
 }
 
 int move_at(const place &src, const place &dst, int overwrite, std::uint32_t *bytes) {
@@ -477,9 +518,11 @@ bool cannot_create(const place &p) {
     return false;
 }
 
-/// Makes a directory whose parent stands; a name that exists already is as good, whatever it is.
-bool make_directory(const place &p) {
-    return create_directory(p) || errno == EEXIST || cannot_create(p);
+/// Makes a directory whose parent stands; a name that exists already is as good, whatever it is. `made` tells
+/// the two apart.
+bool make_directory(const place &p, bool &made) {
+    made = create_directory(p);
+    return made || errno == EEXIST || cannot_create(p);
 }
 
 /// Makes what is missing of the directories above `path` and tells whether anything was. The separators between
@@ -521,9 +564,13 @@ int file_mkdir(const char *dir, int make_all) {
         return 0;
     }
     errno = 0;
-    bool made = make_all && make_parents(path);
-    made = create_directory(place_of(path)) || made; // a parent that was made is success enough, on purpose
-    return made || errno == EEXIST || cannot_create(place_of(dir));
+    const bool parents = make_all && make_parents(path);
+    if (create_directory(place_of(path)) || errno == EEXIST)
+        return 1;
+    if (!parents)
+        return cannot_create(place_of(dir));
+    file_error("Error creating directory '%s'", dir);
+    return 1; // a parent that was made is success enough, on purpose
 }
 
 // ---- Trees: copying, moving and removing are one walk ----
@@ -590,43 +637,72 @@ int file_rmdir(const char *dir, const char *not_, int recurse) {
 
 namespace {
 
+enum class position { outside, inside, unknown };
+
+/// What follows from a directory that cannot be entered: nobody who may not enter it carries a tree through it.
+position closed_or_unknown() {
+    return errno == EACCES ? position::outside : position::unknown;
+}
+
 /// Whether the open directory is `top` or stands anywhere below it, found by going up to the root.
-bool stands_in(const descriptor &directory, const struct stat &top) {
+position stands_in(const descriptor &directory, const struct stat &top) {
     descriptor step;
     struct stat last = {};
     for (int fd = directory.get();; fd = step.get()) {
         struct stat here = {};
-        if (fstat(fd, &here) != 0 || same_file(here, last))
-            return false;
+        if (fstat(fd, &here) != 0)
+            return position::unknown;
+        if (same_file(here, last))
+            return position::outside;
         if (same_file(here, top))
-            return true;
+            return position::inside;
         last = here;
         step = descriptor(openat(fd, "..", look_through));
+        if (!step)
+            return closed_or_unknown();
     }
 }
 
-/// Opens `path`, or the nearest directory above it that there is.
+/// Opens `path`, or the nearest directory above it that there is; nothing when the system does not tell.
 descriptor nearest_directory(const char *path) {
     char above[path_size];
     if (!directory_path(above, path))
         above[0] = '\0';
     setsep(above, '/'); // as file_mkdir does before it makes one
     descriptor found = open_at(place_of(path), look_through);
-    while (!found && above[0] != '\0') {
+    while (!found && is_absence(errno) && above[0] != '\0') {
         found = open_at(place_of(above), look_through);
         char *last = std::strrchr(above, '/');
         *(last ? last : above) = '\0';
     }
-    return found ? std::move(found) : open_at(place_of(path[0] == '/' ? "/" : "."), look_through);
+    if (found || !is_absence(errno))
+        return found;
+    return open_at(place_of(path[0] == '/' ? "/" : "."), look_through);
 }
 
-/// Refuses a target in the tree that is carried, which would feed the walk with what it makes.
-bool refuse_into_itself(const place &dir, const char *dst) {
+/// Where the target stands to the tree that is carried.
+position position_of(const char *dst, const place &dir) {
     const struct stat top = look(dir);
-    if (!S_ISDIR(top.st_mode) || !stands_in(nearest_directory(dst), top))
+    if (top.st_mode == 0 && !is_absence(errno))
+        return closed_or_unknown();
+    if (!S_ISDIR(top.st_mode))
+        return position::outside;
+    const descriptor nearest = nearest_directory(dst);
+    return nearest ? stands_in(nearest, top) : closed_or_unknown();
+}
+
+/// Refuses a target in the tree that is carried, which would feed the walk with what it makes, and one of which that
+/// cannot be told.
+bool refuse_into_itself(const place &dir, const char *dst) {
+    const position found = position_of(dst, dir);
+    if (found == position::outside)
         return false;
-    errno = EINVAL;
-    file_error("Cannot copy directory '%s' into itself", dir.path);
+    if (found == position::unknown) {
+        file_error("Error opening dir '%s'", dst);
+    } else {
+        errno = EINVAL;
+        file_error("Cannot copy directory '%s' into itself", dir.path);
+    }
     tell(fail, dir.path, dst, making);
     return true;
 }
@@ -660,15 +736,15 @@ tally remove_moved(const carriage &how, const place &entry, const place &target,
 }
 
 tally carry_directory(const carriage &how, const place &entry, const place &target) {
+    bool made = false;
     if (!how.recurse)
-        return make_directory(target) ? tally{1, true} : undone;
-    const bool missing = exists_at(target) == 0;
-    if (missing && !make_directory(target))
+        return make_directory(target, made) ? tally{1, true} : undone;
+    if (exists_at(target) == 0 && !make_directory(target, made))
         return undone;
     // A real directory in a target outside the tree is outside too; a link may lead back into it.
-    if (!missing && is_link(target) && refuse_into_itself(entry, target.path))
+    if (!made && may_be_link(target) && refuse_into_itself(entry, target.path))
         return undone;
-    tally all = {missing, true};
+    tally all = {made, true};
     all += carry_content(how, entry, "*", target);
     if (how.moving)
         all += remove_moved(how, entry, target, all.whole);
@@ -693,8 +769,9 @@ tally carry_content(const carriage &how, const place &dir, const char *wild, con
 int carry_tree(const carriage &how, const place &dir, const char *wild, const char *dst) {
     if (!dir.path || !dst || (how.recurse && refuse_into_itself(dir, dst)))
         return 0;
-    const bool missing = file_exist(dst) == 0;
-    if (missing && !file_mkdir(dst, 1))
+    const bool unseen = file_exist(dst) == 0;
+    const bool missing = unseen && is_absence(errno);
+    if (unseen && !file_mkdir(dst, 1))
         return 0;
     // Only now does a ".." behind a directory that was missing show where it leads.
     if (missing && how.recurse && refuse_into_itself(dir, dst))
@@ -891,18 +968,36 @@ int file_usergid(const char *name) {
 
 #else
 
+namespace {
+
+/// Looks a name up and tells when that could not be done; a name that is not there is no failure and leaves 0 in
+/// `errno`, for the system puts various numbers there.
+template <typename Account>
+const Account *look_up(Account *(*find)(const char *), const char *kind, const char *name) {
+    errno = 0;
+    const Account *found = name ? find(name) : nullptr;
+    constexpr int failures[] = {EINTR, EIO, EMFILE, ENFILE, ENOMEM, ERANGE, EACCES};
+    if (!found && std::find(std::begin(failures), std::end(failures), errno) != std::end(failures))
+        file_error("Error looking up %s '%s'", kind, name);
+    else
+        errno = 0;
+    return found;
+}
+
+} // namespace
+
 int file_getuid(const char *name) {
-    const passwd *user = name ? getpwnam(name) : nullptr;
+    const passwd *user = look_up(getpwnam, "user", name);
     return user ? static_cast<int>(user->pw_uid) : -1;
 }
 
 int file_getgid(const char *name) {
-    const group *found = name ? getgrnam(name) : nullptr;
+    const group *found = look_up(getgrnam, "group", name);
     return found ? static_cast<int>(found->gr_gid) : -1;
 }
 
 int file_usergid(const char *name) {
-    const passwd *user = name ? getpwnam(name) : nullptr;
+    const passwd *user = look_up(getpwnam, "user", name);
     return user ? static_cast<int>(user->pw_gid) : -1;
 }
 

@@ -91,7 +91,7 @@ int file_xmove(const char *path, const char *wild, const char *not_, const char 
 
 /// Makes the directory `dir` (mode 0775 less the umask), with `make_all` its missing parents too; "/" and "\"
 /// both separate. Returns 1 when something was made or the name exists already, whatever it is; ok hears of
-/// each directory made. Otherwise 0, with fail(dir, null, 1). A path that does not fit path_size makes nothing.
+/// each directory made. Where only parents were made, the log has the error. Otherwise 0, with fail(dir, null, 1). A path that does not fit path_size makes nothing.
 int file_mkdir(const char *dir, int make_all);
 
 /// Removes the directory `dir`, with `recurse` everything below it first except what the list `not_` matches.
@@ -292,8 +292,8 @@ void file_free(file **x);
 /// null for null.
 char *file_path(const char *path, char *buffer, int size);
 
-/// The id of the user or the group `name`, or of the user's primary group; -1 when there is none. Ids written
-/// as digits are not understood unless the database knows such a name.
+/// The id of the user or the group `name`, or of the user's primary group; -1 when there is none, `errno` being 0
+/// then, or when it cannot be looked up, with "Error looking up ..." and `errno`. Ids written as digits are not understood unless the database knows such a name.
 int file_getuid(const char *name);
 int file_getgid(const char *name);
 int file_usergid(const char *name);
