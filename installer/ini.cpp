@@ -125,6 +125,13 @@ int find_ignoring_case(const ini *x, const char *name) {
 
 // --- Settings and their values ---
 
+/// Tells that the store is not whole for want of memory.
+void lose(ini *x) {
+    x->lost = true;
+    emsg("Memory allocation error");
+    errno = ENOMEM;
+}
+
 void free_item(void **slot) {
     auto *item = static_cast<ini_item *>(*slot);
     if (item == nullptr)
@@ -291,14 +298,18 @@ bool is_refused(const ini *x, const setting_list &entry, const char *value) {
 }
 
 /// The copy is made before the old value goes: `value` may be that old value.
-int store_value(const ini *x, const setting_list &entry, linklist *values, const char *value) {
+int store_value(ini *x, const setting_list &entry, linklist *values, const char *value) {
     text_ptr copy(s_strdup(value));
-    if (copy == nullptr)
+    if (copy == nullptr) {
+        lose(x);
         return 0;
+    }
     if (list_items(values) > 0 && has(x->mode, Ini_UseMulti) && !has(entry.mode, Ini_Multi))
         std::free(list_del(values));
-    if (list_add(values, copy.get()) == 0)
+    if (list_add(values, copy.get()) == 0) {
+        lose(x);
         return 0;
+    }
     const char *stored = copy.release();
     dmsg("Ini value for '%s' set to '%s'", entry.setting, is_secret(x, entry.mode) ? "xxxx" : stored);
     return 1;
@@ -402,8 +413,10 @@ bool rewrite_pattern(ini *x, int index, const char *pattern, const char *replace
     sreplace(before, pattern, replacement, text, text_size);
     log_rewrite(pattern, before, replacement, text, hidden);
     char *copy = s_strdup(text);
-    if (copy == nullptr)
+    if (copy == nullptr) {
+        lose(x);
         return false;
+    }
     std::free(list_replace(values, copy));
     if (std::strlen(text) < text_size - 1)
         return true;
@@ -556,7 +569,7 @@ void ini_setup(ini *x, const setting_list *list, const int *assoc, int use_dflts
         ++count;
     auto *table = static_cast<setting_list *>(std::calloc(static_cast<std::size_t>(count) + 1, sizeof *list));
     if (table == nullptr) {
-        emsg("Memory allocation error");
+        lose(x);
         return;
     }
     drop_settings(x);
@@ -564,7 +577,7 @@ void ini_setup(ini *x, const setting_list *list, const int *assoc, int use_dflts
     x->size = count + 1;
     for (const setting_list *entry = list; entry->setting != nullptr; ++entry) {
         if (!append_setting(x, entry->setting, entry->mode, use_dflts != 0 ? entry->dflt : nullptr)) {
-            emsg("Memory allocation error");
+            lose(x);
             break;
         }
         dmsg("Ini setting '%s' setup", entry->setting);
@@ -652,7 +665,7 @@ int create_setting(ini *x, const char *label, const char *value) {
         return -1;
     const setting_mode mode = created_mode(x->mode);
     if (!has_room(x) || !append_setting(x, label, mode, value)) {
-        emsg("Memory allocation error");
+        lose(x);
         return 0;
     }
     dmsg("Ini setting '%s' created and set to '%s'", label, is_secret(x, mode) ? "xxxx" : value);
@@ -692,6 +705,10 @@ int ini_add_array(ini *x, int index, const array *values) {
 }
 
 // --- Look ---
+
+int ini_lost(const ini *x) {
+    return x != nullptr && x->lost ? 1 : 0;
+}
 
 int ini_items(const ini *x) {
     return x != nullptr ? x->items : 0;

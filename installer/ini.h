@@ -130,6 +130,7 @@ struct ini {
     int items;
     int size;
     array *data; ///< ini_item pointers, one a setting
+    bool lost;   ///< see ini_lost
     name_index names;
 };
 
@@ -192,6 +193,10 @@ int do_add(ini *x, int index, const char *value);
 int create_setting(ini *x, const char *label, const char *value);
 
 // --- Look ---
+
+/// Whether a definition or a value could not be kept for want of memory, which was logged at error level: 1 from
+/// then on, else 0. What is read may be an older value then, so whoever acts on values asks first.
+int ini_lost(const ini *x);
 
 /// Number of settings; 0 for a null store.
 int ini_items(const ini *x);
