@@ -224,13 +224,23 @@ bool expansion::expand(std::string_view text) {
     return true;
 }
 
-/// Puts the expanded text in the place of `field`, where there is something to expand.
-void expand_field(copy *x, char *&field) {
-    char *expanded = replace_vars(x, field);
+/// Puts the expanded text in the place of `field`, where there is something to expand. False, with the text as
+/// it was, without memory.
+bool expand_field(copy &x, char *&field) {
+    char *expanded = replace_vars(&x, field);
     if (!expanded)
-        return;
+        return !s_strstr(field, "$(");
     std::free(field);
     field = expanded;
+    return true;
+}
+
+bool process_paths(copy &x, copy_cmd &cmd) {
+    if (s_strcmp(cmd.not_, "-") == 0) {
+        std::free(cmd.not_);
+        cmd.not_ = nullptr;
+    }
+    return expand_field(x, cmd.source) && expand_field(x, cmd.dest);
 }
 
 } // namespace
@@ -243,15 +253,8 @@ char *replace_vars(copy *x, const char *string) {
 }
 
 void copy_processpaths(copy *x, std::uint32_t index) {
-    copy_cmd *cmd = record_at(x, index);
-    if (!cmd)
-        return;
-    if (s_strcmp(cmd->not_, "-") == 0) {
-        std::free(cmd->not_);
-        cmd->not_ = nullptr;
-    }
-    expand_field(x, cmd->source);
-    expand_field(x, cmd->dest);
+    if (copy_cmd *cmd = record_at(x, index))
+        process_paths(*x, *cmd);
 }
 
 // ---- Loading ----
@@ -260,45 +263,61 @@ namespace {
 
 constexpr std::uint32_t growth = 5;
 
+/// Makes the fields and remembers whether memory was short for one: a line without its exclusions or its
+/// control would do harm, so a script of which anything was lost is not run.
+class keeper {
+  public:
+    char *keep(const char *word) {
+        char *kept = s_strdup(word);
+        lost_ = lost_ || (word && !kept);
+        return kept;
+    }
+    void lose() { lost_ = true; }
+    bool lost() const { return lost_; }
+
+  private:
+    bool lost_ = false;
+};
+
 /// Takes the next word of a line as a field that the command cannot do without. False when the line has no
 /// more.
-bool take(char **rest, char *&field, const char *label, const char *complaint) {
+bool take(keeper &words, char **rest, char *&field, const char *label, const char *complaint) {
     const char *word = s_strtok(nullptr, blanks, rest);
     if (!word)
         cerror("%s", complaint);
     dmsg("Copy line '%s' is [%s]", label, str(word));
-    field = s_strdup(word);
-    return field != nullptr;
+    field = words.keep(word);
+    return word != nullptr;
 }
 
 /// The same for a field that may be left out: nothing is said when it is.
-bool take_optional(char **rest, char *&field, const char *label) {
+bool take_optional(keeper &words, char **rest, char *&field, const char *label) {
     const char *word = s_strtok(nullptr, blanks, rest);
     if (!word)
         return false;
     dmsg("Copy line '%s' is [%s]", label, word);
-    field = s_strdup(word);
+    field = words.keep(word);
     return true;
 }
 
 /// Every field is asked for, also after one that is missing: a short line is told all that it lacks.
-bool take_operands(unsigned fields, char **rest, copy_cmd &cmd) {
-    bool complete = take(rest, cmd.source, "source", "Missing copy source path");
+bool take_operands(keeper &words, unsigned fields, char **rest, copy_cmd &cmd) {
+    bool complete = take(words, rest, cmd.source, "source", "Missing copy source path");
     if (fields & has_not)
-        complete = take(rest, cmd.not_, "not", "Missing not wildcard");
+        complete = take(words, rest, cmd.not_, "not", "Missing not wildcard");
     if (fields & has_dest)
-        complete = take(rest, cmd.dest, "destination", "Missing copy destination path");
+        complete = take(words, rest, cmd.dest, "destination", "Missing copy destination path");
     return complete;
 }
 
-void take_message(char **rest, copy_cmd &cmd) {
+void take_message(keeper &words, char **rest, copy_cmd &cmd) {
     const char *text = s_strtok(nullptr, "", rest);
     dmsg("Copy list error string is '%s'", str(text));
-    cmd.dest = s_strdup(text);
+    cmd.dest = words.keep(text);
 }
 
 /// Reads one line into a new record. False when fields are missing; the record may hold some then.
-bool parse_line(char *line, copy_cmd &cmd) {
+bool parse_line(keeper &words, char *line, copy_cmd &cmd) {
     char *rest = nullptr;
     const char *keyword = s_strtok(line, blanks, &rest);
     if (!keyword)
@@ -308,12 +327,12 @@ bool parse_line(char *line, copy_cmd &cmd) {
         cerror("Unknown copy type '%s'", keyword);
     cmd.type = row.type;
     dmsg("Copy line 'type' is [%d]", static_cast<int>(row.type));
-    if (!take_operands(row.fields, &rest, cmd))
+    if (!take_operands(words, row.fields, &rest, cmd))
         return false;
     if (row.fields & has_message)
-        take_message(&rest, cmd);
-    if ((row.fields & has_control) && take_optional(&rest, cmd.control, "control"))
-        take_optional(&rest, cmd.control_cmp, "control_cmp");
+        take_message(words, &rest, cmd);
+    if ((row.fields & has_control) && take_optional(words, &rest, cmd.control, "control"))
+        take_optional(words, &rest, cmd.control_cmp, "control_cmp");
     return true;
 }
 
@@ -321,10 +340,8 @@ bool parse_line(char *line, copy_cmd &cmd) {
 bool grow(copy &x, std::uint32_t &allocated) {
     static_assert(std::is_trivially_copyable_v<copy_cmd>, "realloc moves the records");
     void *list = std::realloc(x.list, (allocated + growth) * sizeof(copy_cmd));
-    if (!list) {
-        cerror("Memory allocation error.");
+    if (!list)
         return false;
-    }
     x.list = static_cast<copy_cmd *>(list);
     std::fill_n(x.list + allocated, growth, copy_cmd{});
     allocated += growth;
@@ -332,17 +349,22 @@ bool grow(copy &x, std::uint32_t &allocated) {
 }
 
 /// A line that is dropped leaves its record to the next line.
-void add_record(copy &x, std::uint32_t &allocated, char *line) {
+void add_record(keeper &words, copy &x, std::uint32_t &allocated, char *line) {
     dmsg("Process .cpy file line [%s]", line);
     if (x.count == allocated && !grow(x, allocated))
-        return;
-    if (!parse_line(line, x.list[x.count])) {
-        clear_record(x.list[x.count]);
-        return;
-    }
+        return words.lose();
+    copy_cmd &cmd = x.list[x.count];
+    if (!parse_line(words, line, cmd))
+        return clear_record(cmd);
     ++x.count;
-    if (x.ini)
-        copy_processpaths(&x, x.count - 1);
+    if (x.ini && !process_paths(x, cmd))
+        words.lose();
+}
+
+int refuse_script(copy &x, const char *file) {
+    release_records(x);
+    cerror("Error reading '%s'", file);
+    return 0;
 }
 
 } // namespace
@@ -358,12 +380,12 @@ int copy_load(copy *x, const char *file, const char *section) {
     }
     release_records(*x);
     script_reader script(opened.get());
-    if (!script.find_section(section))
-        return 0;
+    const bool found = script.find_section(section);
+    keeper words;
     std::uint32_t allocated = 0;
-    while (char *line = script.next_in_section())
-        add_record(*x, allocated, line);
-    return 1;
+    while (char *line = words.lost() ? nullptr : script.next_in_section())
+        add_record(words, *x, allocated, line);
+    return words.lost() || std::ferror(opened.get()) ? refuse_script(*x, file) : found;
 }
 
 // ---- Accessors ----
@@ -519,6 +541,8 @@ int copy_process(copy *x, std::uint32_t *files, std::uint32_t *bytes, int stop_o
     for (std::uint32_t index = 0; index < x->count; ++index) {
         log_record(x->list[index]);
         const int result = copy_do(x, index, bytes);
+        if (ini_lost(x->ini)) // later lines would be controlled by values that are not true any more
+            return 0;
         if (result > 0 && files)
             *files += static_cast<std::uint32_t>(result);
         if (result == 0 && stop_on_fail) {
@@ -623,11 +647,14 @@ struct path_list {
 
     void add(const char *path) {
         char *copied = s_strdup(path);
-        if (!array_add(items, copied))
-            std::free(copied);
+        if (array_add(items, copied))
+            return;
+        std::free(copied);
+        lost = true;
     }
 
     array *items;
+    bool lost = false; // a path could not be kept for want of memory
 };
 
 /// Destinations are never made here. They are listed before anything is copied: a copy may change what the
@@ -673,6 +700,10 @@ int copy_matches(copy *x, std::uint32_t index, std::uint32_t *bytes) {
     const copy_cmd &cmd = x->list[index];
     path_list destinations;
     list_destinations(cmd, destinations);
+    if (destinations.lost) {
+        cerror("Memory allocation error");
+        return 0;
+    }
     if (array_items(destinations.items) == 0) {
         cerror("No destination directories found");
         return 0;
@@ -689,8 +720,12 @@ int copy_matches(copy *x, std::uint32_t index, std::uint32_t *bytes) {
 
 /// Returns the number of entries removed. "RmDir" takes plain files too; "RmFile" passes directories over.
 int remove_match(const walk &match, const copy_cmd &cmd) {
-    if (!match.is_directory())
-        return remove_entry(match.entry());
+    if (!match.is_directory()) {
+        const int removed = remove_entry(match.entry());
+        if (!removed)
+            dmsg("Not removed '%s', %s", match.entry().path, std::strerror(errno));
+        return removed;
+    }
     return cmd.type == RmDir ? remove_tree(match.entry(), cmd.not_, 1) : 0;
 }
 
@@ -931,6 +966,9 @@ int copy_chown(copy *x, std::uint32_t index) {
     const int uid = file_getuid(user);
     dmsg("Found user id for '%s'=%d", user, uid);
     const int gid = file_getgid(group);
+    if (gid == -1 &&
+        errno != 0) // not an unknown group, which gives the user's number: it could not be looked up
+        return 0;
     dmsg("Found group id for '%s'=%d", group, gid);
     return dochown(selected.directory, selected.wild, cmd->not_, uid, gid);
 }

@@ -89,7 +89,8 @@ void copy_setup(copy *x, file_callback ok_fn, file_callback fail_fn);
 /// was not, when an argument is null, and when the file cannot be opened ("Error opening '%s'"), which leaves
 /// the object as it was. Reading stops at the next header: a second section of the same name is never read. A
 /// script object is loaded once; a second load starts afresh and releases the earlier records. Sets errno to
-/// 0 on entry.
+/// 0 on entry. 0 also when the file cannot be read to its end or memory is short ("Error reading '%s'"): a script
+/// is held whole or not at all, for a line without its exclusions or its control would do harm.
 ///
 /// A line with too few fields is reported, a message for each missing one ("Missing copy source path",
 /// "Missing not wildcard", "Missing copy destination path"), and dropped. An unknown keyword ("Unknown copy

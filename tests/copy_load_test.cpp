@@ -30,6 +30,12 @@ class CopyLoad : public CopyScript {
     }
 };
 
+TEST_F(CopyLoad, AScriptThatCannotBeReadIsNotLoaded) {
+    EXPECT_EQ(0, copy_load(x, ".", "install"));
+    EXPECT_EQ(0U, copy_count(x));
+    EXPECT_THAT(log_lines(), testing::Contains("Error: Error reading '.', Is a directory"));
+}
+
 // ---- Sections ----
 
 TEST_F(CopyLoad, SectionNamesAreComparedIgnoringCaseAfterTrimming) {
