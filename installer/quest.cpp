@@ -115,8 +115,10 @@ char *take(word_form form, char **rest) {
     return text;
 }
 
-/// Fills a zeroed entry from a line; false, with a message, when a word is missing.
-bool fill(quest &entry, char *line) {
+enum class line_read { whole, short_of_words, short_of_memory };
+
+/// Fills a zeroed entry from a line; says what is missing, when a word is.
+line_read fill(quest &entry, char *line) {
     char *rest = nullptr;
     const line_type &type = type_of(s_strtok(line, blanks, &rest));
     entry.type = type.type;
@@ -124,12 +126,15 @@ bool fill(quest &entry, char *line) {
         const char *text = take(word.form, &rest);
         if (text == nullptr) {
             emsg("%s", word.missing);
-            return false;
+            return line_read::short_of_words;
         }
-        const bool none = word.form == word_form::word_or_none && s_strcmp(text, "-") == 0;
-        entry.*word.field = none ? nullptr : s_strdup(text);
+        if (word.form == word_form::word_or_none && s_strcmp(text, "-") == 0)
+            continue;
+        entry.*word.field = s_strdup(text);
+        if (entry.*word.field == nullptr)
+            return line_read::short_of_memory;
     }
-    return true;
+    return line_read::whole;
 }
 
 /// Frees an entry's texts and zeroes it, ready for the next line.
@@ -145,22 +150,32 @@ bool make_room(questions &x) {
         return true;
     auto *list =
         static_cast<quest *>(std::realloc(x.list, (std::size_t{x.count} + list_step) * sizeof(quest)));
-    if (list == nullptr) {
-        emsg("Memory allocation error");
+    if (list == nullptr)
         return false;
-    }
     std::fill_n(list + x.count, list_step, quest{});
     x.list = list;
     return true;
 }
 
-void add_line(questions &x, char *line) {
+/// False without memory.
+bool add_line(questions &x, char *line) {
     if (!make_room(x))
-        return;
-    if (fill(x.list[x.count], line))
+        return false;
+    const line_read read = fill(x.list[x.count], line);
+    if (read == line_read::whole)
         ++x.count;
     else
         clear(x.list[x.count]);
+    return read != line_read::short_of_memory;
+}
+
+/// False without memory: then the entries are not all there.
+bool read_section(questions &x, script_reader &lines, const char *section) {
+    x.section = s_strdup(section);
+    bool whole = x.section != nullptr;
+    while (char *line = whole ? lines.next_in_section() : nullptr)
+        whole = add_line(x, line);
+    return whole;
 }
 
 // --- The prompt and the reply ---
@@ -286,16 +301,15 @@ int quest_load(questions *x, const char *file, const char *section) {
         return 0;
     }
     script_reader lines(script.get());
-    if (!lines.find_section(section)) {
+    if (!lines.find_section(section) && std::ferror(script.get()) == 0) {
         emsg("Section '%s' not found", section);
         return 0;
     }
-    x->section = s_strdup(section);
-    if (x->section == nullptr)
-        return 0;
-    while (char *line = lines.next_in_section())
-        add_line(*x, line);
-    return 1;
+    if (read_section(*x, lines, section) && std::ferror(script.get()) == 0)
+        return 1;
+    emsg("Error reading '%s', %s", file, std::strerror(errno));
+    quest_clear(x);
+    return 0;
 }
 
 void cvt_linefeeds(char *text) {
@@ -397,6 +411,8 @@ int quest_read(char *reply, std::uint32_t bfsz) {
     std::fflush(stdout); // the prompt is seen before the reply is typed
     errno = 0;           // a console that could not show it is not why an answer is missing
     input_ended = std::fgets(reply, size_of(bfsz), stdin) == nullptr;
+    if (input_ended && std::ferror(stdin) != 0)
+        emsg("Error reading the reply, %s", std::strerror(errno));
     if (input_ended)
         *reply = '\0';
     const char *text = s_strtrm(reply);

@@ -88,7 +88,8 @@ questions *quest_init(ini *ini);
 ///
 /// Returns 1, or 0 with an empty set: for a null argument, when the file cannot be opened (last error "Error
 /// opening '%s'" with the system's reason) or when it has no such section (logged: "Section '%s' not found").
-/// (After a null argument the set is as it was.)
+/// (After a null argument the set is as it was.) 0 also when the file cannot be read to its end or memory is short
+/// (logged: "Error reading '%s', %s"): a script is held whole or not at all.
 ///
 /// A line that lacks a word is logged and dropped: "Missing setting label", "Missing control", "Missing
 /// control comparison", "Missing Help ID text", "Missing question text". An unknown keyword is logged as
