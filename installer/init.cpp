@@ -105,16 +105,24 @@ void write_value(ini *x, const init_item &item) {
         emsg("Error writing to '%s', %s", path, std::strerror(errno));
 }
 
-/// All that is left in `in`, line ends included; nothing when that is nothing. (Joined in a std::string: sadd
-/// would walk over the whole text again for each line.)
+/// All that is left in `in`, line ends included; nothing when that is nothing, and, with errno, when it could not
+/// be read or held. (Joined in a std::string: sadd would walk over the whole text again for each line.)
 std::optional<std::string> read_all(FILE *in) {
+    errno = 0;
     std::optional<std::string> all;
     char piece[text_size];
-    while (std::fgets(piece, sizeof piece, in) != nullptr) {
-        if (!all)
-            all.emplace();
-        all->append(piece);
+    try {
+        while (std::fgets(piece, sizeof piece, in) != nullptr) {
+            if (!all)
+                all.emplace();
+            all->append(piece);
+        }
+    } catch (const std::bad_alloc &) {
+        errno = ENOMEM;
+        return std::nullopt;
     }
+    if (std::ferror(in) != 0)
+        return std::nullopt;
     return all;
 }
 
@@ -124,7 +132,7 @@ void read_value(ini *x, const init_item &item) {
         return;
     const file_ptr in(s_fopen(path, "r"));
     const std::optional<std::string> content = in ? read_all(in.get()) : std::nullopt;
-    if (!in || std::ferror(in.get()) != 0) {
+    if (!in || (!content && errno != 0)) {
         emsg("Failed to read (%s), %s", path, std::strerror(errno));
         return;
     }
@@ -189,32 +197,44 @@ void set_mode(init_item &item, const char *keyword) {
     emsg("Unknown init command '%s'", keyword);
 }
 
-/// Fills the item from the words of a line, as far as they go, and tells whether all were there.
-bool fill(init_item &item, char *line) {
+enum class line_read { whole, short_of_words, short_of_memory };
+
+/// Fills the item from the words of a line, as far as they go.
+line_read fill(init_item &item, char *line) {
     char *rest = nullptr;
     set_mode(item, s_strtok(line, blanks, &rest));
     for (const auto &operand : operands) {
         const char *word = s_strtok(nullptr, blanks, &rest);
         if (word == nullptr)
-            return false;
+            return line_read::short_of_words;
         const bool none = operand.dash_is_none && s_strcmp(word, "-") == 0;
         std::free(item.*operand.field);
         item.*operand.field = none ? nullptr : s_strdup(word);
+        if (!none && item.*operand.field == nullptr)
+            return line_read::short_of_memory;
     }
-    return true;
+    return line_read::whole;
 }
 
 /// Adds an item for each line of five words. The item of a shorter line serves the next one, with what it
-/// holds already.
-void read_items(array *list, FILE *script) {
+/// holds already. False, with errno, when the script could not be read to its end or held: a line without its
+/// condition would do harm.
+bool read_items(array *list, FILE *script) {
     script_reader lines(script);
     item_ptr item;
     while (char *line = lines.next()) {
         if (!item)
             item = new_item();
-        if (item && fill(*item, line) && array_add(list, item.get()))
-            static_cast<void>(item.release());
+        const line_read read = item ? fill(*item, line) : line_read::short_of_memory;
+        if (read == line_read::short_of_words)
+            continue;
+        if (read == line_read::short_of_memory || !array_add(list, item.get())) {
+            errno = ENOMEM;
+            return false;
+        }
+        static_cast<void>(item.release());
     }
+    return std::ferror(script) == 0;
 }
 
 // --- The web server's configuration file ---
@@ -399,11 +419,10 @@ int init_load(init_s *x, const char *file) {
     if (x == nullptr || file == nullptr)
         return 0;
     const file_ptr script(s_fopen(file, "r"));
-    if (!script) {
+    if (!script || !read_items(x->list, script.get())) {
         init_seterror("Failed to read '%s', %s", file, std::strerror(errno));
         return 0;
     }
-    read_items(x->list, script.get());
     return 1;
 }
 

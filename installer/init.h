@@ -69,8 +69,8 @@ struct init_s {
 /// Returns a new, empty script; null without memory.
 init_s *init_init();
 
-/// Appends the items of `file`. Returns 1, or 0 when an argument is null or the file cannot be opened; the
-/// last error is then "Failed to read '%s', %s" with the path and the system's reason. An unknown command
+/// Appends the items of `file`. Returns 1, or 0 when an argument is null or the file cannot be opened, read to its
+/// end or held in memory; the last error is then "Failed to read '%s', %s" with the path and the system's reason. An unknown command
 /// word is logged as "Unknown init command '%s'" and its line is kept, with a mode that does nothing; no
 /// other content is an error.
 int init_load(init_s *x, const char *file);

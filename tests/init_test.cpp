@@ -211,9 +211,9 @@ TEST_F(Init, AnyBytesAreTaken) {
     }
 }
 
-TEST_F(Init, ADirectoryHoldsNoItems) {
-    EXPECT_EQ(1, init_load(script, "."));
-    EXPECT_EQ(0, items());
+TEST_F(Init, AScriptThatCannotBeReadIsNotLoaded) {
+    EXPECT_EQ(0, init_load(script, "."));
+    EXPECT_STREQ("Failed to read '.', Is a directory", init_error());
 }
 
 // --- Items and the life of a script ---
