@@ -47,8 +47,10 @@ struct definitions {
 bool grow(definitions &table, int by) {
     const int capacity = table.capacity + by;
     void *records = std::realloc(table.records, static_cast<std::size_t>(capacity) * sizeof(setting_list));
-    if (records == nullptr)
+    if (records == nullptr) {
+        emsg("Memory allocation error");
         return false;
+    }
     table.records = static_cast<setting_list *>(records);
     std::fill(table.records + table.capacity, table.records + capacity, setting_list{});
     table.capacity = capacity;
@@ -61,8 +63,10 @@ bool append(definitions &table, const char *name, const char *value, setting_mod
         return false;
     text_ptr own_name(s_strdup(name));
     text_ptr own_value(s_strdup(value));
-    if (own_name == nullptr || (value != nullptr && own_value == nullptr))
+    if (own_name == nullptr || (value != nullptr && own_value == nullptr)) {
+        emsg("Memory allocation error");
         return false;
+    }
     table.records[table.count++] = {own_name.release(), own_value.release(), mode};
     return true;
 }
@@ -88,13 +92,17 @@ constexpr struct {
 bool append_built_in(definitions &table) {
     return std::all_of(std::begin(built_in), std::end(built_in), [&table](const auto &setting) {
         char value[text_size] = "";
-        setting.value(value, text_size);
+        if (setting.value(value, text_size) == nullptr) {
+            // A script that composes paths with an empty current_dir would act on the root directory.
+            emsg("Error finding %s, %s", setting.name, std::strerror(errno));
+            return false;
+        }
         imsg("%s=%s", setting.name, value);
         return append(table, setting.name, value, setting.mode);
     });
 }
 
-bool append_file(definitions &table, FILE *file) {
+bool append_file(definitions &table, FILE *file, const char *path) {
     script_reader reader(file);
     while (char *name = reader.next()) {
         const char *value = split_name(name);
@@ -102,7 +110,10 @@ bool append_file(definitions &table, FILE *file) {
         if (!append(table, name, *value != '\0' ? value : nullptr, Ini_Replace))
             return false;
     }
-    return true;
+    if (std::ferror(file) == 0)
+        return true;
+    emsg("Error reading from '%s', %s", path, std::strerror(errno));
+    return false;
 }
 
 bool terminate(definitions &table) {
@@ -120,15 +131,13 @@ int load_datfile(ini *x, const char *file) {
         return 0;
     }
     definitions table;
-    if (!append_built_in(table) || !append_file(table, data.get()) || !terminate(table)) {
-        emsg("Memory allocation error");
+    if (!append_built_in(table) || !append_file(table, data.get(), file) || !terminate(table))
         return 0;
-    }
     clear_datfile();
     _settings = table.hand_over();
     ini_setup(x, _settings, nullptr, 1);
     ini_process(x);
-    return 1;
+    return ini_lost(x) != 0 ? 0 : 1;
 }
 
 void clear_datfile() {

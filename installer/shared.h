@@ -21,8 +21,9 @@ namespace installer {
 
 /// Reads the definitions of `file` into `_settings`, hands them to the store (`ini_setup` with defaults) and expands the
 /// "$(name)" references among the values (`ini_process`). Returns 1, or 0 when an argument is null, the file cannot be
-/// opened (logged as "Error opening '%s' for read, %s") or memory runs out ("Memory allocation error"); after a 0 the store
-/// is untouched and there is no table. A table of an earlier load is released first.
+/// opened (logged as "Error opening '%s' for read, %s") or read ("Error reading from '%s', %s"), the working directory
+/// cannot be told ("Error finding current_dir, %s": with an empty one scripts would act on the root directory) or memory
+/// runs out ("Memory allocation error"). A table of an earlier load is released first.
 int load_datfile(ini *x, const char *file);
 
 /// Releases the table of definitions and sets `_settings` to null; does nothing when there is none.

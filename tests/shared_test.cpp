@@ -56,6 +56,20 @@ TEST_F(Datfile, OnlyCommentsAndBlankLinesStillYieldTheFourBuiltInSettings) {
     EXPECT_EQ("install", value("action"));
 }
 
+TEST_F(Datfile, SettingsThatCannotBeReadAreNotLoaded) {
+    EXPECT_EQ(0, load_datfile(store_, "."));
+    EXPECT_EQ(0, ini_items(store_));
+    EXPECT_THAT(log_lines(), Contains("Error: Error reading from '.', Is a directory"));
+}
+
+TEST_F(Datfile, NothingIsLoadedInAFolderThatCannotBeNamed) {
+    write_file(beside("kit.dat"), "target $(current_dir)/site\n");
+    std::filesystem::remove(dir()); // the working directory has no name any more
+    EXPECT_EQ(0, load_datfile(store_, beside("kit.dat").c_str()));
+    EXPECT_EQ(0, ini_items(store_));
+    EXPECT_THAT(log_lines(), Contains("Error: Error finding current_dir, No such file or directory"));
+}
+
 TEST_F(Datfile, BuiltInSettingsButTheActionAreFixedAndReplaceable) {
     ASSERT_EQ(1, load("name value\n"));
     EXPECT_EQ(36U, _settings[0].mode);
