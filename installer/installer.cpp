@@ -81,6 +81,10 @@ int option_special(const command_line &line) {
     }
     std::free(special_mode);
     special_mode = s_strdup(line.words[1]);
+    if (special_mode == nullptr) { // without its tag the run would be another one
+        std::printf("Error: %s\n", std::strerror(ENOMEM));
+        std::exit(0);
+    }
     imsg("Special mode [%s]", line.words[1]);
     return 2;
 }
@@ -132,8 +136,11 @@ void print_menu(ini *x) {
 
 void print_blurb(ini *x) {
     const file_ptr blurb(s_fopen("blurb.txt", "r"));
-    if (blurb == nullptr)
+    if (blurb == nullptr) {
+        if (errno != ENOENT) // a kit need not have one
+            emsg("Error opening '%s' for read, %s", "blurb.txt", std::strerror(errno));
         return;
+    }
     std::putchar('\n');
     char line[text_size];
     while (std::fgets(line, text_size, blurb.get()) != nullptr) {
@@ -141,6 +148,8 @@ void print_blurb(ini *x) {
         ini_replace(x, s_strtrm(line), shown, text_size);
         std::puts(shown);
     }
+    if (std::ferror(blurb.get()) != 0)
+        emsg("Error reading from '%s', %s", "blurb.txt", std::strerror(errno));
 }
 
 void printdot(const char *, const char *, int) {
@@ -346,6 +355,15 @@ struct freed_by {
     }
 };
 
+/// Whether the settings are whole. With values lost, questions would be skipped and scripts act on other paths than
+/// they name: then nothing is done any more.
+bool is_whole(ini *store) {
+    if (ini_lost(store) == 0)
+        return true;
+    std::printf("Error: %s\n", std::strerror(ENOMEM));
+    return false;
+}
+
 action_result ask_questions(ini *store, const product_action &action) {
     const std::unique_ptr<questions, freed_by<quest_free>> script(quest_init(store));
     char path[path_size];
@@ -372,6 +390,8 @@ void run_copy_script(ini *store, const product_action &action) {
     const std::unique_ptr<copy, freed_by<copy_free>> script(copy_init(store));
     copy_setup(script.get(), printdot, printerror);
     char path[path_size];
+    if (script == nullptr)
+        emsg("Memory allocation error");
     if (!kit_file(path, ".cpy") || copy_load(script.get(), path, action.section) == 0)
         return;
     std::fputs(action.intro, stdout);
@@ -386,9 +406,14 @@ void run_copy_script(ini *store, const product_action &action) {
 
 int run_action(ini *store, const product_action &action) {
     std::printf("[%s]\n", action.heading);
+    if (!is_whole(store))
+        return action_failed;
     const action_result result = ask_questions(store, action);
-    if (result == action_done)
-        run_copy_script(store, action);
+    if (result != action_done)
+        return result;
+    if (!is_whole(store))
+        return action_failed;
+    run_copy_script(store, action);
     return result;
 }
 
@@ -515,6 +540,8 @@ void open_log(log *x) {
 bool run_init_script(ini *store) {
     const std::unique_ptr<init_s, freed_by<init_free>> script(init_init());
     char path[path_size];
+    if (script == nullptr)
+        emsg("Memory allocation error");
     if (!kit_file(path, ".int"))
         return false;
     if (init_load(script.get(), path) == 0) {
@@ -542,6 +569,11 @@ void run(run_state &state, int argc, char **argv) {
     char name[path_size] = "";
     exename(name, argc > 0 ? argv[0] : "", path_size);
     myname = s_strdup(name);
+    // Without them every file of the kit would have another name, and nothing could be told or kept.
+    if (myname == nullptr || state.log_file == nullptr || state.store == nullptr) {
+        std::printf("Error: %s\n", std::strerror(ENOMEM));
+        return;
+    }
     open_log(state.log_file);
     process_args(state.log_file, argv, argc);
     if (load_settings(state.store) && run_init_script(state.store))
