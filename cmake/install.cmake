@@ -2,7 +2,7 @@
 # package holds in another form: the files of the component "debian" stand there for those of "papers".
 
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME program)
-# The modes of the folders do not depend on the umask of whoever installs.
+# The modes of what is installed do not depend on the umask; those of the folders above are the installing user's affair.
 set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
     OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
