@@ -48,4 +48,5 @@ if(INSTALLER_COVERAGE)
     # Without inlining and with counters that survive several processes at a time.
     target_compile_options(project_options INTERFACE --coverage -fno-inline -fprofile-update=atomic)
     target_link_options(project_options INTERFACE --coverage)
+    target_compile_definitions(project_options INTERFACE INSTALLER_COVERAGE)
 endif()

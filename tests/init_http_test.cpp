@@ -60,11 +60,8 @@ std::string make_private_mounts() {
 int in_child(const std::function<int()> &body) {
     std::fflush(nullptr);
     const pid_t child = fork();
-    if (child == 0) {
-        const int status = body();
-        std::fflush(nullptr);
-        _exit(status);
-    }
+    if (child == 0)
+        leave_child(body());
     int status = -1;
     waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
