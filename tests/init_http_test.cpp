@@ -61,7 +61,7 @@ int in_child(const std::function<int()> &body) {
     std::fflush(nullptr);
     const pid_t child = fork();
     if (child == 0)
-        leave_child(body());
+        test::leave_child(body());
     int status = -1;
     waitpid(child, &status, 0);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;

@@ -228,7 +228,7 @@ std::string dispositions_after(const std::vector<int> &signals, void (*action)()
             if (write(ends[1], &told, 1) != 1)
                 _exit(1);
         }
-        leave_child(0);
+        test::leave_child(0);
     }
     close(ends[1]);
     std::string told;
