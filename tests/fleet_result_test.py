@@ -133,6 +133,20 @@ class Result(unittest.TestCase):
         for _ in range(2):
             self.assert_fails(self.module(), "the copy script stopped at a line that failed")
 
+    def test_a_file_that_could_not_be_copied_makes_a_success_a_failure(self):
+        self.kit["second.tmpl"] = "x"
+        self.kit["setup.cpy"] = "[install]\nMkDir $(site)\nCopyFile $(current_dir)/*.tmpl - $(site)\n"
+        os.makedirs(self.dir + "/site/page.tmpl")
+        told = self.module()
+        self.assertIn("]\nSuccess ", told["stdout"])
+        self.assert_fails(told, "some files could not be handled", self.dir + "/site/page.tmpl")
+        os.rmdir(self.dir + "/site/page.tmpl")
+        self.assertEqual(self.module()["changed"], True)
+
+    def test_an_error_in_the_closing_text_is_none(self):
+        self.kit["blurb.txt"] = "If it says\nError: no such file\nthen look into the log.\n"
+        self.assertEqual(self.module()["changed"], True)
+
     def test_the_message_of_an_error_line_is_the_reason(self):
         self.kit["setup.cpy"] = "[install]\nExist /nowhere there\nError there The disk is full.\n"
         self.assert_fails(self.module(), "the copy script stopped", "The disk is full.")

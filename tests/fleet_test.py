@@ -172,7 +172,6 @@ ansible_python_interpreter=/usr/bin/python3
 
     def test_05_a_host_that_was_mended_is_installed_and_the_others_stay(self):
         self.hosts["west"].sh("rm /srv/www; rm -r /srv/kits/noticeboard/installed")
-        self.assertEqual(self.play("--check")[0], {"north": "unchanged", "south": "unchanged", "west": "changed"})
         self.assertEqual(self.play()[0], {"north": "unchanged", "south": "unchanged", "west": "changed"})
         self.assertEqual(self.play()[0], self.all_report("unchanged"))
 

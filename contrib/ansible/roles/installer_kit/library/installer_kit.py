@@ -85,6 +85,7 @@ PASSED_OVER = "Stop on fail NOT set, continuing..."
 BEGUN = "Processing copy script..."
 NO_QUESTIONS = "Error loading questions"
 RESULT = re.compile(r"^ ?Success \d+ .*$", re.MULTILINE)
+COPYING = re.compile(r"^(?:Copying files|Removing files|Executing)\[", re.MULTILINE)
 
 
 class Refused(Exception):
@@ -250,7 +251,7 @@ def judged(status, console, lines):
     success = RESULT.search(console)
     told = {"action": heading[1] if heading else "", "result": success[0].strip() if success else "", "stdout": console,
             "errors": errors, "failed_lines": info.count(PASSED_OVER)}
-    reason = why_failed(status, info, errors)
+    reason = why_failed(status, info, errors) or why_partial(console)
     if reason:
         shown = re.findall(r"^(?:Error: |Failed, )(.+)$", console, re.MULTILINE)
         causes = list(dict.fromkeys(shown + errors[-3:]))
@@ -274,6 +275,13 @@ def why_failed(status, info, errors):
     if COMPLETED not in info:
         return "the copy script did not come to its end"
     return None
+
+
+def why_partial(console):
+    """A file that could not be copied or removed is told between the dots, and does not make its line fail."""
+    begun = COPYING.search(console)
+    dots = RESULT.split(console[begun.end():])[0] if begun else ""
+    return "some files could not be handled" if re.search(r"^Error: ", dots, re.MULTILINE) else None
 
 
 def make_present(kit):
