@@ -25,7 +25,6 @@ endif()
 # The linker warns where a look-up of the system's would need its libraries after all: that fails the build.
 if(INSTALLER_STATIC)
     set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-    target_compile_definitions(project_options INTERFACE INSTALLER_HOST_FILES)
     target_link_options(project_options INTERFACE -static-pie -Wl,--fatal-warnings)
 elseif(INSTALLER_HARDEN)
     target_link_options(project_options INTERFACE -pie -static-libstdc++ -static-libgcc)

@@ -1,6 +1,5 @@
 #include "installer/file.h"
 
-#include "installer/hostfiles.h"
 #include "installer/log.h"
 
 #include <algorithm>
@@ -500,6 +499,33 @@ int file_move(const char *src, const char *dst, int overwrite, std::uint32_t *by
     return move_at(place_of(src), place_of(dst), overwrite, bytes);
 }
 
+bool file_would_block(const char *path) {
+    const int before = errno;
+    if (is_pipe(look(place_of(path)).st_mode)) {
+        refuse_pipe(place_of(path));
+        return true;
+    }
+    errno = before;
+    return false;
+}
+
+FILE *file_open(const char *path, const char *mode) {
+    const int flags = *mode == 'w' ? O_WRONLY | O_CREAT | O_TRUNC : O_RDONLY;
+    descriptor fd = open_at(place_of(path), flags | O_NONBLOCK, new_file_mode);
+    if (!fd)
+        return nullptr;
+    const mode_t type = look_at(fd).st_mode;
+    if (type == 0 || is_pipe(type)) {
+        errno = type == 0 ? errno : EINVAL;
+        return nullptr;
+    }
+    const int status = fcntl(fd.get(), F_GETFL);
+    FILE *opened = fcntl(fd.get(), F_SETFL, status & ~O_NONBLOCK) == 0 ? fdopen(fd.get(), mode) : nullptr;
+    if (opened)
+        fd.release();
+    return opened;
+}
+
 // ---- Making directories ----
 
 namespace {
@@ -951,23 +977,6 @@ char *file_path(const char *path, char *buffer, int size) {
     return buffer;
 }
 
-// A fully static program has no look-ups of the system's: it reads the host's own tables.
-#ifdef INSTALLER_HOST_FILES
-
-int file_getuid(const char *name) {
-    return table_number(passwd_table, name, PasswdUser);
-}
-
-int file_getgid(const char *name) {
-    return table_number(group_table, name, GroupId);
-}
-
-int file_usergid(const char *name) {
-    return table_number(passwd_table, name, PasswdGroup);
-}
-
-#else
-
 namespace {
 
 /// Looks a name up and tells when that could not be done; a name that is not there is no failure and leaves 0 in
@@ -1000,7 +1009,5 @@ int file_usergid(const char *name) {
     const passwd *user = look_up(getpwnam, "user", name);
     return user ? static_cast<int>(user->pw_gid) : -1;
 }
-
-#endif
 
 } // namespace installer

@@ -1,6 +1,5 @@
 #include "installer/tcp.h"
 
-#include "installer/hostfiles.h"
 #include "installer/lib.h"
 #include "installer/msg.h"
 
@@ -42,23 +41,9 @@ void report_look_up() {
     emsg("Socket gethostbyname failed, %s", tcp_error());
 }
 
-#ifdef INSTALLER_HOST_FILES
-// A fully static program has no resolver. The result lives until the next call, as the resolver's does.
-hostent *host_by_name(const char *name) {
-    static in_addr address;
-    static char *addresses[] = {reinterpret_cast<char *>(&address), nullptr};
-    static hostent host{nullptr, nullptr, AF_INET, sizeof address, addresses};
-    return table_address(hosts_table, name, address) ? &host : nullptr;
-}
-#else
-hostent *host_by_name(const char *name) {
-    return ::gethostbyname(name);
-}
-#endif
-
 hostent *look_up(const char *name) {
     errno = 0;
-    hostent *host = host_by_name(name);
+    hostent *host = ::gethostbyname(name);
     if (host == nullptr)
         report_look_up();
     return host;

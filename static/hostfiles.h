@@ -1,15 +1,14 @@
 // Users, groups and hosts, as the host's own tables name them: /etc/passwd, /etc/group, /etc/hosts.
 //
 // The C library's look-ups (getpwnam, getgrnam, gethostbyname) ask whatever the host is set up to ask, by libraries that
-// are loaded when the program runs. A program that is linked fully static has no such libraries; compiled with
-// INSTALLER_HOST_FILES it reads the tables with these operations instead. They know nothing of directory services (LDAP,
-// NIS) and of DNS.
+// are loaded when the program runs. A program that is linked fully static has no such libraries; lookups.cpp gives it these
+// operations in their place. They know nothing of directory services (LDAP, NIS) and of DNS.
 //
 // To hold in mind: a table is read anew by each call, a line may be of any length and hold any bytes, and a line that is
 // not whole is as good as absent. Nothing here reports or keeps anything; `errno` is not a result.
 
-#ifndef INSTALLER_HOSTFILES_H
-#define INSTALLER_HOSTFILES_H
+#ifndef STATIC_HOSTFILES_H
+#define STATIC_HOSTFILES_H
 
 #include <netinet/in.h>
 

@@ -1,4 +1,4 @@
-#include "installer/hostfiles.h"
+#include "static/hostfiles.h"
 
 #include "installer/lib.h"
 
