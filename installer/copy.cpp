@@ -14,8 +14,6 @@
 #include <string_view>
 #include <type_traits>
 
-#include <sys/stat.h>
-
 #include "installer/array.h"
 #include "installer/lib.h"
 #include "installer/log.h"
@@ -557,6 +555,7 @@ int copy_process(copy *x, std::uint32_t *files, std::uint32_t *bytes, int stop_o
 }
 
 int copy_do(copy *x, std::uint32_t index, std::uint32_t *bytes) {
+    errno = 0;
     const copy_cmd *cmd = record_at(x, index);
     if (!cmd)
         return 0;
@@ -750,16 +749,6 @@ int reject(copy *, std::uint32_t) {
 
 // ---- Writing files ----
 
-/// Opening a fifo or a socket could block for ever: true, and reported, when `path` is one.
-bool refuse_pipe(const char *path) {
-    struct stat info;
-    if (!path || stat(path, &info) != 0 || !(S_ISFIFO(info.st_mode) || S_ISSOCK(info.st_mode)))
-        return false;
-    errno = EINVAL;
-    cerror("'%s' is not a file", path);
-    return true;
-}
-
 /// Closes a target: 1 when every byte reached it.
 int finish(file_ptr &target, const char *path) {
     if (close_written(target))
@@ -793,16 +782,16 @@ bool write_expanded(FILE *source, FILE *target, ini *settings) {
 
 int copy_write_ini(copy *x, std::uint32_t index) {
     const copy_cmd *cmd = record_at(x, index);
-    if (!cmd || refuse_pipe(cmd->dest) || refuse_pipe(cmd->source))
+    if (!cmd || file_would_block(cmd->dest) || file_would_block(cmd->source))
         return 0;
     char target_buffer[65536]; // both outlive their streams
     char source_buffer[65536];
-    file_ptr target(s_fopen(cmd->dest, "w"));
+    file_ptr target(file_open(cmd->dest, "w"));
     if (!target) {
         cerror("Error creating ini file '%s'", str(cmd->dest));
         return 0;
     }
-    const file_ptr source(s_fopen(cmd->source, "r"));
+    const file_ptr source(file_open(cmd->source, "r"));
     if (!source) {
         cerror("Error reading ini file '%s'", str(cmd->source));
         return 0;
@@ -816,9 +805,9 @@ int copy_write_ini(copy *x, std::uint32_t index) {
 
 int copy_wfile(copy *x, std::uint32_t index) {
     const copy_cmd *cmd = record_at(x, index);
-    if (!cmd || refuse_pipe(cmd->source))
+    if (!cmd || file_would_block(cmd->source))
         return 0;
-    file_ptr target(s_fopen(cmd->source, "w"));
+    file_ptr target(file_open(cmd->source, "w"));
     if (!target) {
         cerror("Failed to write (%s)", str(cmd->source));
         return 0;
@@ -832,9 +821,9 @@ int copy_wfile(copy *x, std::uint32_t index) {
 /// text to read, and none to give the setting.
 int copy_rfile(copy *x, std::uint32_t index) {
     const copy_cmd *cmd = record_at(x, index);
-    if (!cmd || refuse_pipe(cmd->source))
+    if (!cmd || file_would_block(cmd->source))
         return 0;
-    const file_ptr emptied(s_fopen(cmd->source, "w"));
+    const file_ptr emptied(file_open(cmd->source, "w"));
     if (!emptied) {
         cerror("Failed to read (%s)", str(cmd->source));
         return 0;
