@@ -80,6 +80,15 @@ int file_copy(const char *src, const char *dst, int overwrite, std::uint32_t *by
 int file_xcopy(const char *path, const char *wild, const char *not_, const char *dst, int recurse,
                std::uint32_t *bytes);
 
+/// Whether opening `path` could wait for ever, for a fifo or a socket stands there: true with "'%s' is not a file"
+/// logged and EINVAL. False leaves `errno` alone; also for null and for what cannot be looked at.
+bool file_would_block(const char *path);
+
+/// fopen for the modes "r" and "w", for what a script names: it never waits. A fifo or a socket, also one that took
+/// the place of a file just now, is refused with EINVAL. Null with `errno` when it cannot be opened or looked at, or for
+/// a null path.
+FILE *file_open(const char *path, const char *mode);
+
 /// file_copy, then removes `src`: 1, or 0 when either fails. A target that exists and is kept (file_copy's -1)
 /// counts as copied, so that the source is removed then too; this is meant.
 int file_move(const char *src, const char *dst, int overwrite, std::uint32_t *bytes);

@@ -93,9 +93,9 @@ void stamp_time(ini *x, const init_item &item) {
 
 void write_value(ini *x, const init_item &item) {
     char path[path_size];
-    if (!expand_path(x, item.a, path))
+    if (!expand_path(x, item.a, path) || file_would_block(path))
         return;
-    file_ptr out(s_fopen(path, "w"));
+    file_ptr out(file_open(path, "w"));
     if (!out) {
         emsg("Failed to write (%s), %s", path, std::strerror(errno));
         return;
@@ -128,9 +128,9 @@ std::optional<std::string> read_all(FILE *in) {
 
 void read_value(ini *x, const init_item &item) {
     char path[path_size];
-    if (!expand_path(x, item.a, path))
+    if (!expand_path(x, item.a, path) || file_would_block(path))
         return;
-    const file_ptr in(s_fopen(path, "r"));
+    const file_ptr in(file_open(path, "r"));
     const std::optional<std::string> content = in ? read_all(in.get()) : std::nullopt;
     if (!in || (!content && errno != 0)) {
         emsg("Failed to read (%s), %s", path, std::strerror(errno));

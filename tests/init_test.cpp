@@ -216,6 +216,14 @@ TEST_F(Init, AScriptThatCannotBeReadIsNotLoaded) {
     EXPECT_STREQ("Failed to read '.', Is a directory", init_error());
 }
 
+TEST_F(Init, APipeIsRefusedBeforeItIsOpened) {
+    ASSERT_EQ(0, mkfifo("pipe", 0600));
+    run("RFile pipe got - -\nWFile pipe words - -\n");
+    EXPECT_EQ(nullptr, ini_value_name(store, "got"));
+    const char *error = "Error: 'pipe' is not a file, Invalid argument";
+    EXPECT_EQ(2, std::ranges::count(log_lines(), error));
+}
+
 // --- Items and the life of a script ---
 
 TEST_F(Init, TheCursorMovesAsThatOfAnArray) {
