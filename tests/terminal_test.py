@@ -128,6 +128,23 @@ class Terminal(unittest.TestCase):
                 self.assertIn("Info: Log file opened in '" + self.folder + "/setup.log'", lines[0])
                 self.assertIn("Debug: Finished processing replacable settings", lines[-1])
 
+    def test_a_signal_ends_a_copy_at_once_and_the_log_holds_every_line_up_to_it(self):
+        os.remove(os.path.join(self.folder, "second"))
+        os.symlink("/dev/tty", os.path.join(self.folder, "second"))  # its copy lasts as long as the operator types
+        for name in ("SIGINT", "SIGTERM", "SIGHUP"):
+            with self.subTest(name):
+                self.write("setup.log", "")
+                child = self.start()
+                self.answer_all_questions(child)
+                child.expect_exact("Copying files[.")
+                child.kill(getattr(signal, name))
+                child.expect(pexpect.EOF)
+                child.close()
+                self.assertEqual(child.signalstatus, getattr(signal, name))
+                lines = self.read("setup.log").splitlines()
+                self.assertIn("Debug: Processing [257:" + self.folder + "/second->", lines[-1])
+                self.assertEqual(self.read("out/first"), "one")
+
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)
