@@ -133,18 +133,34 @@ int descriptor::release() {
     return fd;
 }
 
+path_prefix::path_prefix(const char *directory) : directory_(directory), length_(path_size), text_{} {
+    const errno_guard kept;
+    if (join_path(text_, path_size, directory, ""))
+        length_ = std::strlen(text_);
+}
+
+/// A name with a separator in it, and one that does not fit, is left to join_path.
+bool path_prefix::join(char (&path)[path_size], const char *name) const {
+    const std::size_t length = std::strcspn(name, "/\\");
+    if (name[length] != '\0' || length_ + length >= path_size)
+        return join_path(path, path_size, directory_, name);
+    std::memcpy(path, text_, length_);
+    std::memcpy(path + length_, name, length + 1);
+    return true;
+}
+
 target_directory::target_directory(const char *path) : target_directory(place_of(path)) {}
 
 target_directory::target_directory(const place &directory)
     : path_(directory.path), dir_(open_at(directory, look_through)) {}
 
 bool target_directory::at(const char *name, char (&path)[path_size], place &out) const {
-    if (!path_ || !name) {
+    if (!path_.directory() || !name) {
         errno = EINVAL;
         return false;
     }
-    if (!join_path(path, path_size, path_, name)) {
-        file_error("Path too long '%s'", path_);
+    if (!path_.join(path, name)) {
+        file_error("Path too long '%s'", path_.directory());
         return false;
     }
     out = dir_ ? place{dir_.get(), name, path} : place_of(path);
@@ -168,7 +184,7 @@ DIR *open_directory(const place &p) {
 
 struct reading {
     DIR *dir;
-    const char *path;
+    const path_prefix &path;
     const char *wild;
     int report; // as for the walk
 };
@@ -180,9 +196,9 @@ const dirent *next_record(const reading &from, bool &whole) {
     errno = 0;
     const dirent *record = readdir(from.dir);
     if (!record && errno != 0) {
-        file_error("Error reading dir '%s'", from.path);
+        file_error("Error reading dir '%s'", from.path.directory());
         if (from.report != walk::not_told)
-            tell(fail, from.path, nullptr, from.report);
+            tell(fail, from.path.directory(), nullptr, from.report);
         whole = false;
     } else {
         errno = before;
@@ -200,11 +216,11 @@ const dirent *next_match(const reading &from, char (&path)[path_size], bool &who
     while (const dirent *record = next_record(from, whole)) {
         if (!matches(record->d_name, from.wild))
             continue;
-        if (join_path(path, path_size, from.path, record->d_name))
+        if (from.path.join(path, record->d_name))
             return record;
-        file_error("Path too long '%s'", from.path);
+        file_error("Path too long '%s'", from.path.directory());
         if (from.report != walk::not_told)
-            tell(fail, from.path, nullptr, from.report);
+            tell(fail, from.path.directory(), nullptr, from.report);
         whole = false;
     }
     return nullptr;
@@ -213,7 +229,7 @@ const dirent *next_match(const reading &from, char (&path)[path_size], bool &who
 } // namespace
 
 walk::walk(const place &directory, const char *wild, int report)
-    : directory_(directory), wild_(wild), report_(report), dir_(open_directory(directory)),
+    : directory_(directory.path), wild_(wild), report_(report), dir_(open_directory(directory)),
       whole_(dir_ != nullptr), entry_{AT_FDCWD, "", ""}, path_{} {}
 
 walk::~walk() {
@@ -225,7 +241,7 @@ walk::~walk() {
 bool walk::next() {
     if (!dir_)
         return false;
-    while (const dirent *record = next_match({dir_, directory_.path, wild_, report_}, path_, whole_))
+    while (const dirent *record = next_match({dir_, directory_, wild_, report_}, path_, whole_))
         if (settle(*record))
             return true;
     return false;
@@ -865,8 +881,9 @@ file *file_first(xfilehandle **h, const char *path, const char *wild) {
 int file_next(file *x, xfilehandle *h) {
     if (!x || !h || !h->dir || !h->path)
         return 0;
+    const path_prefix directory(h->path);
     bool whole = true;
-    while (next_match({h->dir, h->path, h->wild, walk::not_told}, x->name, whole))
+    while (next_match({h->dir, directory, h->wild, walk::not_told}, x->name, whole))
         if (file_stat(x))
             return 1;
     return 0;

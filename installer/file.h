@@ -137,6 +137,22 @@ class descriptor {
     int fd_;
 };
 
+/// A directory's path with the separator behind it, composed once for all of its entries. Borrows the path.
+class path_prefix {
+  public:
+    explicit path_prefix(const char *directory);
+
+    /// join_path of the directory and `name`.
+    bool join(char (&path)[path_size], const char *name) const;
+
+    const char *directory() const { return directory_; }
+
+  private:
+    const char *directory_;
+    std::size_t length_; // path_size where the separator does not fit
+    char text_[path_size];
+};
+
 /// Reads one directory: the entries whose names match `wild` (wild_match), never "." and "..", in the system's
 /// order.
 ///
@@ -179,7 +195,7 @@ class walk {
   private:
     bool settle(const dirent &found);
 
-    place directory_;
+    path_prefix directory_;
     const char *wild_;
     int report_;
     DIR *dir_;
@@ -203,7 +219,7 @@ class target_directory {
     int get() const { return dir_.get(); }
 
   private:
-    const char *path_;
+    path_prefix path_;
     descriptor dir_;
 };
 

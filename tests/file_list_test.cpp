@@ -560,6 +560,25 @@ TEST_F(FileList, WalkGivesMatchesAndTellsDirectoriesApart) {
     EXPECT_THAT(walked("d", nullptr), IsEmpty());
 }
 
+TEST_F(FileList, WalkJoinsEachNameAsPathsAreJoined) {
+    make_dir("d");
+    for (const char *name : {"d/plain", "d/in\\side", "d/\\first"})
+        write_file(name, "");
+    const lines joined = {"d/first", "d/in/side", "d/plain"};
+    EXPECT_EQ(joined, walked("d", "*"));
+    EXPECT_EQ(joined, walked("d/", "*"));
+    EXPECT_THAT(walked("./d//", "p*"), ElementsAre("./d//plain"));
+}
+
+TEST_F(FileList, WalkGivesPathsUpToTheLongestThatFits) {
+    const std::string d = text('d', 200);
+    make_dir(d);
+    write_file(d + "/" + text('b', 54), "");
+    write_file(d + "/" + text('c', 55), "");
+    EXPECT_THAT(walked(d.c_str(), "*"), ElementsAre(d + "/" + text('b', 54)));
+    EXPECT_THAT(walked((d + "/").c_str(), "b*"), ElementsAre(d + "/" + text('b', 54)));
+}
+
 TEST_F(FileList, WalkAsksForTypesOnlyWhereTheDirectoryDoesNotTellThem) {
     make_dir("d/sub");
     write_file("d/file", "");
