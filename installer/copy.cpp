@@ -383,7 +383,7 @@ int copy_load(copy *x, const char *file, const char *section) {
     std::uint32_t allocated = 0;
     while (char *line = words.lost() ? nullptr : script.next_in_section())
         add_record(words, *x, allocated, line);
-    return words.lost() || std::ferror(opened.get()) ? refuse_script(*x, file) : found;
+    return words.lost() || script.broke_off() ? refuse_script(*x, file) : found;
 }
 
 // ---- Accessors ----

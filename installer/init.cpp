@@ -234,7 +234,7 @@ bool read_items(array *list, FILE *script) {
         }
         static_cast<void>(item.release());
     }
-    return std::ferror(script) == 0;
+    return !lines.broke_off();
 }
 
 // --- The web server's configuration file ---

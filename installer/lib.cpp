@@ -957,6 +957,14 @@ char *script_reader::next_in_section() {
     return in_section_ ? line : nullptr;
 }
 
+bool script_reader::broke_off() const {
+    if (!file_ || !std::ferror(file_))
+        return false;
+    const errno_guard keep;
+    struct stat info = {};
+    return fstat(fileno(file_), &info) != 0 || !S_ISDIR(info.st_mode);
+}
+
 // Formatted text and reports
 
 namespace {

@@ -359,6 +359,10 @@ class script_reader {
     /// found.
     char *next_in_section();
 
+    /// Whether the lines ended because reading failed, `errno` telling why, and not at the end of the file. A
+    /// directory can be opened but not read: it holds no lines, and that is no failure.
+    bool broke_off() const;
+
   private:
     FILE *file_;
     bool in_section_ = false;

@@ -301,11 +301,11 @@ int quest_load(questions *x, const char *file, const char *section) {
         return 0;
     }
     script_reader lines(script.get());
-    if (!lines.find_section(section) && std::ferror(script.get()) == 0) {
+    if (!lines.find_section(section) && !lines.broke_off()) {
         emsg("Section '%s' not found", section);
         return 0;
     }
-    if (read_section(*x, lines, section) && std::ferror(script.get()) == 0)
+    if (read_section(*x, lines, section) && !lines.broke_off())
         return 1;
     emsg("Error reading '%s', %s", file, std::strerror(errno));
     quest_clear(x);

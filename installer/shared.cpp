@@ -110,7 +110,7 @@ bool append_file(definitions &table, FILE *file, const char *path) {
         if (!append(table, name, *value != '\0' ? value : nullptr, Ini_Replace))
             return false;
     }
-    if (std::ferror(file) == 0)
+    if (!reader.broke_off())
         return true;
     emsg("Error reading from '%s', %s", path, std::strerror(errno));
     return false;

@@ -31,9 +31,14 @@ class CopyLoad : public CopyScript {
 };
 
 TEST_F(CopyLoad, AScriptThatCannotBeReadIsNotLoaded) {
-    EXPECT_EQ(0, copy_load(x, ".", "install"));
+    EXPECT_EQ(0, copy_load(x, test::unreadable, "install"));
     EXPECT_EQ(0U, copy_count(x));
-    EXPECT_THAT(log_lines(), testing::Contains("Error: Error reading '.', Is a directory"));
+    EXPECT_THAT(log_lines(), testing::Contains("Error: Error reading '/proc/self/mem', Input/output error"));
+}
+
+TEST_F(CopyLoad, AFolderHoldsNoSection) {
+    EXPECT_EQ(0, copy_load(x, ".", "install"));
+    EXPECT_THAT(errors(), IsEmpty());
 }
 
 // ---- Sections ----

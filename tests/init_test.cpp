@@ -212,8 +212,13 @@ TEST_F(Init, AnyBytesAreTaken) {
 }
 
 TEST_F(Init, AScriptThatCannotBeReadIsNotLoaded) {
-    EXPECT_EQ(0, init_load(script, "."));
-    EXPECT_STREQ("Failed to read '.', Is a directory", init_error());
+    EXPECT_EQ(0, init_load(script, test::unreadable));
+    EXPECT_STREQ("Failed to read '/proc/self/mem', Input/output error", init_error());
+}
+
+TEST_F(Init, AFolderHoldsNoItems) {
+    EXPECT_EQ(1, init_load(script, "."));
+    EXPECT_EQ(nullptr, init_get_num(script, 0));
 }
 
 TEST_F(Init, APipeIsRefusedBeforeItIsOpened) {

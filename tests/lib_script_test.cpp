@@ -110,6 +110,16 @@ TEST_F(Script, DirectoryReadsAsAnEmptyFile) {
     const file_ptr file(s_fopen(".", "r"));
     script_reader script(file.get());
     EXPECT_EQ(nullptr, script.next());
+    EXPECT_FALSE(script.broke_off());
+}
+
+TEST_F(Script, ReadingThatFailsIsNoEndOfTheFile) {
+    const file_ptr file(s_fopen(test::unreadable, "r"));
+    script_reader script(file.get());
+    EXPECT_FALSE(script.broke_off());
+    EXPECT_EQ(nullptr, script.next());
+    EXPECT_TRUE(script.broke_off());
+    EXPECT_EQ(EIO, errno);
 }
 
 // --- Sections ---

@@ -40,9 +40,14 @@ class Quest : public LogDir {
 };
 
 TEST_F(Quest, AScriptThatCannotBeReadIsNotLoaded) {
-    EXPECT_EQ(0, quest_load(set, ".", "install"));
+    EXPECT_EQ(0, quest_load(set, test::unreadable, "install"));
     EXPECT_EQ(0U, quest_count(set));
-    EXPECT_THAT(errors(), ElementsAre("Error reading '.', Is a directory"));
+    EXPECT_THAT(errors(), ElementsAre("Error reading '/proc/self/mem', Input/output error"));
+}
+
+TEST_F(Quest, AFolderHoldsNoSection) {
+    EXPECT_EQ(0, quest_load(set, ".", "install"));
+    EXPECT_THAT(errors(), ElementsAre("Section 'install' not found"));
 }
 
 // --- Entries ---

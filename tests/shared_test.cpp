@@ -57,9 +57,14 @@ TEST_F(Datfile, OnlyCommentsAndBlankLinesStillYieldTheFourBuiltInSettings) {
 }
 
 TEST_F(Datfile, SettingsThatCannotBeReadAreNotLoaded) {
-    EXPECT_EQ(0, load_datfile(store_, "."));
+    EXPECT_EQ(0, load_datfile(store_, test::unreadable));
     EXPECT_EQ(0, ini_items(store_));
-    EXPECT_THAT(log_lines(), Contains("Error: Error reading from '.', Is a directory"));
+    EXPECT_THAT(log_lines(), Contains("Error: Error reading from '/proc/self/mem', Input/output error"));
+}
+
+TEST_F(Datfile, AFolderYieldsTheFourBuiltInSettings) {
+    EXPECT_EQ(1, load_datfile(store_, "."));
+    EXPECT_EQ(4, ini_items(store_));
 }
 
 TEST_F(Datfile, NothingIsLoadedInAFolderThatCannotBeNamed) {

@@ -65,6 +65,10 @@ inline std::string read_file(const std::string &path) {
     return text;
 }
 
+/// A file that can be opened, but whose first read fails with EIO: the memory of this process, which has nothing at the
+/// address 0.
+constexpr char unreadable[] = "/proc/self/mem";
+
 /// True for anything of that name, a dangling link included.
 inline bool exists(const std::string &path) {
     struct stat st {};
