@@ -394,7 +394,14 @@ TEST_F(CopyLoad, EveryPieceAndTheWholeStayWithinTheirBounds) {
 }
 
 TEST_F(CopyLoad, ANameLongerThanAnySettingsIsUnknown) {
-    EXPECT_EQ("/x", expanded("$(" + std::string(5000, 'n') + ")/x"));
+    for (const std::size_t length : {1000U, 1001U, 5000U}) {
+        const std::string name(length, 'n');
+        set(name.c_str(), "value");
+        EXPECT_EQ("/x", expanded("$(" + name + ")/x")) << length;
+    }
+    const std::string longest(999, 'n');
+    set(longest.c_str(), "value");
+    EXPECT_EQ("value/x", expanded("$(" + longest + ")/x"));
 }
 
 // ---- Accessors ----

@@ -337,6 +337,13 @@ TEST_F(QuestAsk, AReplyThatCannotBeReadSaysWhy) {
     EXPECT_EQ(0, ask_again());
     EXPECT_STREQ("You must enter an answer, Is a directory", quest_error());
     EXPECT_EQ(1, quest_input_ended());
+    EXPECT_THAT(errors(), testing::Contains("Error reading the reply, Is a directory"));
+}
+
+TEST_F(QuestAsk, TheEndOfTheInputIsNoErrorOfReading) {
+    ask_for("Text plain - - h t");
+    EXPECT_EQ(0, ask(""));
+    EXPECT_THAT(errors(), ElementsAre("You must enter an answer"));
 }
 
 TEST_F(QuestAsk, AnEmptyDefaultIsNone) {
