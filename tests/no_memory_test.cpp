@@ -246,6 +246,21 @@ TEST_F(NoMemory, AStoreFindsAllThatItSaysItTook) {
     });
 }
 
+TEST_F(NoMemory, AStoreThatCannotGrowKeepsWhatItHas) {
+    with_each_allocation_refused([&] {
+        ini *x = small_store();
+        int created = 0;
+        try_it([&] {
+            for (int i = 0; i < 40; ++i)
+                created += create_setting(x, ("n" + std::to_string(i)).c_str(), "value") == 1 ? 1 : 0;
+        });
+        EXPECT_EQ(3 + created, ini_items(x));
+        EXPECT_LT(ini_items(x), x->size);
+        EXPECT_TRUE(refused || created == 40);
+        ini_free(&x);
+    });
+}
+
 TEST_F(NoMemory, ValuesAreBorrowedAllTheSame) {
     const setting_list settings[] = {
         {"a", nullptr, Ini_None}, {"b", "2", Ini_None}, {nullptr, nullptr, Ini_None}};
