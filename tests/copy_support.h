@@ -14,7 +14,6 @@
 
 #include "tests/support.h"
 
-
 #include <string>
 #include <vector>
 
