@@ -8,6 +8,7 @@ fleet does, and so run in their order.
 Run by ctest; by hand, as root: INSTALLER=build/dev/installer /usr/bin/python3 tests/fleet_test.py
 """
 
+import json
 import os
 import re
 import shutil
@@ -116,7 +117,8 @@ ansible_python_interpreter=/usr/bin/python3
                        "ANSIBLE_LOCAL_TEMP": self.top + "/local", "ANSIBLE_HOME": self.top + "/home", "HOME": self.top,
                        "ANSIBLE_PIPELINING": "1", "ANSIBLE_RETRY_FILES_ENABLED": "0", "LC_ALL": "C.UTF-8",
                        "TMPDIR": self.top}
-        played = subprocess.run(["ansible-playbook", "-i", self.top + "/inventory", "-e", "board_program=" + INSTALLER,
+        played = subprocess.run(["ansible-playbook", "-i", self.top + "/inventory", "-e",
+                                 json.dumps({"board_program": INSTALLER}),
                                  *words, os.path.join(self.top, playbook)], capture_output=True, encoding="utf-8",
                                 timeout=300, env=environment, stdin=subprocess.DEVNULL)
         recap = dict(re.findall(r"^(\w+)\s+: ok=\d+\s+(changed=\d+\s+unreachable=\d+\s+failed=\d+)", played.stdout,
