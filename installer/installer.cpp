@@ -441,15 +441,15 @@ constexpr int no_result = -1;
 
 constexpr struct {
     int choice;
-    int (*act)(ini *x);
     int again[2]; // the results that show the menu again; no action gives 2 or 3
     bool blurb;   // whether the closing text is shown when the action has finished
+    int (*act)(ini *x);
 } choices[] = {
-    {1, install_product, {2, action_quit}, true},
-    {2, upgrade_product, {3, action_quit}, false},
-    {3, remove_product, {action_quit, action_quit}, false},
-    {4, nullptr, {no_result, no_result}, false},
-    {special_choice, do_special, {no_result, no_result}, false},
+    {1, {2, action_quit}, true, install_product},
+    {2, {3, action_quit}, false, upgrade_product},
+    {3, {action_quit, action_quit}, false, remove_product},
+    {4, {no_result, no_result}, false, nullptr},
+    {special_choice, {no_result, no_result}, false, do_special},
 };
 
 int default_choice(ini *store) {
