@@ -96,9 +96,10 @@ def timed(all_workloads):
     for workload in all_workloads:
         begin = time.monotonic()
         check(workload)
-        results.append(Timed(workload))
-        note(f"{workload.name}: {results[-1].ratio(results[-1].best)} of {results[-1].best}"
-             f" [{time.monotonic() - begin:.0f} s]")
+        result = Timed(workload)
+        seconds = time.monotonic() - begin
+        note(f"{workload.name}: {result.ratio(result.best)} of {result.best} [{seconds:.0f} s]")
+        results.append(result)
     return results
 
 
@@ -129,12 +130,11 @@ def start_table(results):
     for program in [workload.ours, *workload.peers, workload.bare]:
         os.chdir(program.directory)
         with tempfile.NamedTemporaryFile("r") as report:
-            command = f"{' '.join(program.argv)} <{program.stdin}"
-            measure.output_of("hyperfine", "--shell=dash", "--style=basic", "--warmup=20", "--runs=300",
-                              f"--export-csv={report.name}", command)
+            how = ["-N", "--style=basic", "--warmup=20", "--runs=300", f"--export-csv={report.name}"]
+            measure.output_of("hyperfine", *how, " ".join(program.argv))
             mean, deviation, median = report.readlines()[1].rsplit(",", 7)[1:4]
         rows.append([program.name, *(f"{float(value) * 1000:.2f}" for value in (median, mean, deviation))])
-    return "\nThe start by hyperfine, in milliseconds:\n\n" + table(
+    return "\nThe start by hyperfine, in milliseconds, the input ending at the first prompt:\n\n" + table(
         ["program", "median", "mean", "deviation"], rows)
 
 
@@ -171,12 +171,12 @@ def counts_tables(pairs):
                 filter(None, [workload.ours, *workload.peers, workload.bare]),
                 filter(None, [small.ours, *small.peers, small.bare]),
             ):
-                calls.append([workload.name, program.name,
-                              calls_per_file(workload, program, small, small_program)])
+                more = calls_per_file(workload, program, small, small_program)
+                calls.append([workload.name, program.name, more])
         costs.append([workload.name, peak(workload), peak(small), f"{executed(small) / 1e6:.1f}"])
         note(f"{workload.name}: counted")
     return (
-        "\nSystem calls for each further file (strace; its own share of the directories included):\n\n"
+        "\nSystem calls for each further file (strace; its share of the directories included):\n\n"
         + table(["workload", "program", "calls"], calls, texts=2)
         + "\nThe installer's peak memory (`/usr/bin/time -v`), at full size and at a tenth of it, and its instructions at a "
         "tenth (callgrind):\n\n"
@@ -204,7 +204,7 @@ def machine():
     load = os.getloadavg()[0]
     return (
         f"Measured on {time.strftime('%Y-%m-%d')}: {cpu[1] if cpu else platform.machine()}, {os.cpu_count()} processors, "
-        f"{memory:.0f} GiB, Linux {platform.release()}, tmpfs; load before the run {load:.1f}. "
+        f"{memory:.0f} GiB, Linux {platform.release().split('-')[0]}, tmpfs; load before the run {load:.1f}. "
         f"{first_line('c++', '--version')}; {first_line('cp', '--version')}; {first_line('tar', '--version')}; "
         f"{re.sub(r'  +', ' ', first_line('rsync', '--version'))}; {first_line('envsubst', '--version')}; "
         f"mawk {measure.output_of('dpkg-query', '-W', '-f', '${Version}', 'mawk')}; {first_line('sed', '--version')}.\n\n"
@@ -227,8 +227,9 @@ def main():
     parser.add_argument("place", type=Path)
     wanted = parser.parse_args()
 
+    document = wanted.document and wanted.document.resolve()  # the programs run in folders of their own
     names = wanted.only.split(",")
-    full = workloads.Sizes(10000, 1 << 30, 45000, 5000, 15)
+    full = workloads.Sizes(10000, 1 << 30, 45000, 5000, 21)
     tenth = workloads.Sizes(1000, 1 << 26, 4500, 500, 5)
     hundredth = workloads.Sizes(100, 1 << 22, 450, 50, 3)
     large, small = (tenth, hundredth) if wanted.small else (full, tenth)
@@ -246,8 +247,9 @@ def main():
     text += time_tables(results) + start_table(results) + counts_tables(zip(at_full, at_tenth)) + micro_table(build)
     note(f"{time.monotonic() - begin:.0f} s")
     print(text)
-    if wanted.document:
-        write_document(wanted.document, text)
+    if document:
+        write_document(document, text)
 
 
-main()
+if __name__ == "__main__":
+    main()

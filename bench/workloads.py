@@ -337,12 +337,12 @@ def start(s):
     (kit / "typed").write_text("4\n\n", encoding="ascii")
     (kit / "setup.sh").write_text(DASH_DOES_THE_SAME, encoding="ascii")
 
-    def at_the_menu(name, *argv, stdin="typed"):
-        return Program(name, list(argv), str(kit), stdin=str(kit / stdin), stdout=str(kit / f"output-{name}"))
+    def at_the_menu(name, *argv):
+        return Program(name, list(argv), str(kit), stdin=str(kit / "typed"), stdout=str(kit / f"output-{name}"))
 
     ours = at_the_menu("installer", "./setup")
     script = at_the_menu("dash", "dash", "setup.sh")
-    prints = at_the_menu("C program that only prints", str(s.build / "bench/only_print"), stdin="output-installer")
+    prints = at_the_menu("C program that only prints", str(s.build / "bench/only_print"), "output-installer")
 
     def say_the_same():
         for peer in (script, prints):
