@@ -796,6 +796,13 @@ TEST_F(Tcp, BindRefusesWhatIsNoPort) {
     EXPECT_THAT(logged(), IsEmpty());
 }
 
+TEST_F(Tcp, TheLastPortIsAPort) {
+    x = make(blocking);
+    // It may be taken, which is told; a port that is none is refused without a word.
+    tcp_bind(x, "127.0.0.1", 65535, 1);
+    EXPECT_THAT(logged(), testing::Not(IsEmpty()));
+}
+
 TEST_F(Tcp, BindFailuresAreLoggedAndClose) {
     const Fd taken = plain_listener();
     const int port = port_of(taken);
