@@ -54,10 +54,12 @@ class Screens(unittest.TestCase):
             file.write(text)
 
     def tmux(self, *words):
-        # Without the caller's terminal session, whose server would be asked.
+        # Without the caller's terminal session, whose server would be asked. With a shell that is sure to run: where the
+        # caller names none, tmux takes that of the account, and that of nobody refuses everything.
         environment = {name: value for name, value in os.environ.items() if name != "TMUX"}
+        environment |= {"LC_ALL": "C.UTF-8", "SHELL": "/bin/sh"}
         return subprocess.run(["tmux", "-S", self.kit + "/tmux", "-f", "/dev/null", *words], check=True, timeout=60,
-                              capture_output=True, encoding="utf-8", env={**environment, "LC_ALL": "C.UTF-8"}).stdout
+                              capture_output=True, encoding="utf-8", env=environment).stdout
 
     def screen(self):
         """What is on the screen, with the document's folder in place of the real one, also where a line ends within it."""
