@@ -322,7 +322,7 @@ printf '%s\n' '======================================================' \
 printf 'What would you like to do[1]? '
 read -r choice
 printf '\n<Press enter to exit>'
-read -r enter
+read -r enter || true
 """
 
 
