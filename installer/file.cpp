@@ -230,7 +230,7 @@ const dirent *next_match(const reading &from, char (&path)[path_size], bool &who
 
 walk::walk(const place &directory, const char *wild, int report)
     : directory_(directory.path), wild_(wild), report_(report), dir_(open_directory(directory)),
-      whole_(dir_ != nullptr), entry_{AT_FDCWD, "", ""}, path_{} {}
+      whole_(dir_ != nullptr), entry_{dir_ ? dirfd(dir_) : AT_FDCWD, "", path_}, path_{} {}
 
 walk::~walk() {
     const errno_guard kept;
@@ -250,7 +250,8 @@ bool walk::next() {
 /// Makes a record the current entry, asking for its type only where the directory does not tell it. False when
 /// it is gone.
 bool walk::settle(const dirent &found) {
-    entry_ = {dirfd(dir_), found.d_name, path_, static_cast<mode_t>(DTTOIF(found.d_type))};
+    entry_.name = found.d_name;
+    entry_.type = static_cast<mode_t>(DTTOIF(found.d_type));
     if (entry_.type != 0)
         return true;
     struct stat info = {};
@@ -355,8 +356,8 @@ bool copy_in_kernel([[maybe_unused]] int from, [[maybe_unused]] int to, [[maybe_
 #endif
 }
 
-/// Copies at most `most` bytes of what is left to read in `from` to `to` and adds to `bytes` what was written: where writing failed, whole
-/// blocks.
+/// Copies at most `most` bytes of what is left to read in `from` to `to` and adds to `bytes` what was written: where
+/// writing failed, whole blocks.
 transferred transfer(int from, int to, std::uint64_t most, std::uint32_t *bytes) {
     std::uint64_t total = 0;
     const transferred result =

@@ -815,7 +815,9 @@ char *tempfile(char *result, int bfsz, const char *path, const char *mask) {
 
 namespace {
 
-constexpr std::string_view list_separators = " \t,";
+constexpr bool is_list_separator(char c) {
+    return c == ' ' || c == '\t' || c == ',';
+}
 
 struct matcher {
     bool exact;
@@ -865,10 +867,10 @@ struct matcher {
 };
 
 std::string_view next_word(std::string_view &rest) {
-    rest.remove_prefix(std::min(rest.find_first_not_of(list_separators), rest.size()));
-    const std::string_view word = rest.substr(0, rest.find_first_of(list_separators));
-    rest.remove_prefix(word.size());
-    return word;
+    const auto *const begin = std::find_if_not(rest.begin(), rest.end(), is_list_separator);
+    const auto *const end = std::find_if(begin, rest.end(), is_list_separator);
+    rest = {end, rest.end()};
+    return {begin, end};
 }
 
 bool any_matches(std::string_view word, std::string_view wilds, matcher match) {

@@ -7,12 +7,14 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <iterator>
 #include <new>
+#include <string_view>
 
 namespace installer {
 
@@ -26,6 +28,8 @@ namespace {
 constexpr std::uint32_t default_rotate = 1048576;
 constexpr int default_rotations = 4;
 
+constexpr std::size_t stamp_size = 20; // of asctime's text: not the year
+
 // Time, process id and level take less than 64 characters.
 constexpr int line_size = text_size + 64;
 
@@ -35,6 +39,17 @@ constexpr std::size_t longest_suffix = 21;
 
 struct file_name {
     char text[sizeof(log::File)];
+};
+
+// A line on its way, put together without a format: that is most of what a line costs besides its write.
+struct line_text {
+    char text[line_size];
+    std::size_t length = 0;
+
+    void add(std::string_view piece) { length += piece.copy(text + length, sizeof text - length); }
+    void add(int number) {
+        length = static_cast<std::size_t>(std::to_chars(text + length, std::end(text), number).ptr - text);
+    }
 };
 
 const char *level_word(LogLevel l) {
@@ -246,10 +261,16 @@ void log_line(log *x, const char *line, LogLevel l) {
     const errno_guard errno_stays;
     if (!ready(x))
         return;
-    char text[line_size];
-    const int length = std::snprintf(text, sizeof text, "%.20s [%d] %s: %.*s\n", local_stamp.now(),
-                                     static_cast<int>(getpid()), level_word(l), text_size - 1, line);
-    put(x, text, static_cast<std::size_t>(length));
+    line_text text;
+    text.add(std::string_view(local_stamp.now()).substr(0, stamp_size));
+    text.add(" [");
+    text.add(static_cast<int>(getpid()));
+    text.add("] ");
+    text.add(level_word(l));
+    text.add(": ");
+    text.add({line, strnlen(line, text_size - 1)});
+    text.add("\n");
+    put(x, text.text, text.length);
     if (x->Size >= x->Rotate)
         log_rotate(x);
     else if (x->DoFlush != 0 && x->Lines % x->DoFlush == 0)
