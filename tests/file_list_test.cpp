@@ -664,6 +664,17 @@ TEST_F(FileList, WalkThatCannotReadOnIsNotWhole) {
     EXPECT_FALSE(entries.next());
     EXPECT_FALSE(entries.whole());
     EXPECT_THAT(errors(), ElementsAre("Error reading dir 'd', Input/output error"));
+    EXPECT_THAT(told, IsEmpty());
+}
+
+TEST_F(FileList, RemovingTellsOfADirectoryThatCannotBeReadToItsEnd) {
+    make_dir("d");
+    write_file("d/f", "");
+    fault.records_unreadable = true;
+    EXPECT_EQ(0, file_rmdir("d", nullptr, 1));
+    EXPECT_THAT(told, ElementsAre("fail d > (null) 0", "fail d > (null) 0"))
+        << "once for what is in it, once for itself";
+    EXPECT_THAT(errors(), ElementsAre("Error reading dir 'd', Input/output error"));
 }
 
 TEST_F(FileList, AMovedDirectoryThatCouldNotBeReadToItsEndStays) {
