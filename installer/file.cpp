@@ -356,17 +356,9 @@ bool copy_in_kernel([[maybe_unused]] int from, [[maybe_unused]] int to, [[maybe_
 #endif
 }
 
-/// Copies at most `most` bytes of what is left to read in `from` to `to` and adds to `bytes` what was written: where
-/// writing failed, whole blocks.
-transferred transfer(int from, int to, std::uint64_t most, std::uint32_t *bytes) {
-    std::uint64_t total = 0;
-    const transferred result =
-        copy_in_kernel(from, to, most, total) ? transferred::all : copy_blocks(from, to, most, total);
-    if (result == transferred::not_written)
-        total -= total % block_size;
-    if (bytes)
-        *bytes += static_cast<std::uint32_t>(total);
-    return result;
+/// Copies what is left to read in `from` until `total` is `most`.
+transferred transfer(int from, int to, std::uint64_t most, std::uint64_t &total) {
+    return copy_in_kernel(from, to, most, total) ? transferred::all : copy_blocks(from, to, most, total);
 }
 
 bool is_pipe(mode_t mode) {
@@ -387,11 +379,28 @@ struct stat look_at(const descriptor &opened) {
     return found;
 }
 
-/// A file is copied as long as it is when its copy begins: one that grows meanwhile has an end. Where the system
-/// tells no length, as for a device, the copy goes on to the end of what can be read.
+/// How many bytes to copy. Where the system tells no length, as for a device, to the end of what can be read.
 std::uint64_t length_to_copy(const struct stat &source) {
     const bool known = S_ISREG(source.st_mode) && source.st_size > 0;
     return known ? static_cast<std::uint64_t>(source.st_size) : UINT64_MAX;
+}
+
+/// A file is copied as long as it is when its copy begins: one that grows meanwhile has an end. One without a length
+/// may be of those that tell none, or have begun to grow just now: more than a block of it shows which. Adds to `bytes`
+/// what was written: where writing failed, whole blocks.
+transferred copy_content(const descriptor &source, const descriptor &target, const struct stat &opened,
+                         std::uint32_t *bytes) {
+    std::uint64_t total = 0;
+    const bool empty = S_ISREG(opened.st_mode) && opened.st_size == 0;
+    const std::uint64_t most = empty ? block_size : length_to_copy(opened);
+    transferred result = transfer(source.get(), target.get(), most, total);
+    if (empty && result == transferred::all && total == block_size)
+        result = transfer(source.get(), target.get(), length_to_copy(look_at(source)), total);
+    if (result == transferred::not_written)
+        total -= total % block_size;
+    if (bytes)
+        *bytes += static_cast<std::uint32_t>(total);
+    return result;
 }
 
 /// Moves the bytes and closes the target with a look at the result: what a full disk refuses may show only
@@ -401,7 +410,7 @@ outcome fill(descriptor &target, const place &dst, const descriptor &source, con
     const struct stat opened = look_at(source);
     if (is_pipe(opened.st_mode))
         return refuse_pipe(src);
-    const transferred result = transfer(source.get(), target.get(), length_to_copy(opened), bytes);
+    const transferred result = copy_content(source, target, opened, bytes);
     if (result == transferred::not_read)
         file_error("Error reading from '%s'", src.path);
     else if (result == transferred::not_written || close(target.release()) != 0)

@@ -3,6 +3,7 @@
 #include <sys/syscall.h>
 
 #include <deque>
+#include <fstream>
 
 using namespace installer;
 using namespace installer::test;
@@ -30,6 +31,7 @@ struct {
     bool in_kernel = false;    // whether the system can move bytes by itself
     std::deque<answer> moves;  // for the next of these movements, as for writes
     std::vector<std::size_t> written;
+    std::function<void()> before_read;
     bool inheritable = false; // whether a descriptor would have stayed open in another program
 } disk;
 
@@ -55,6 +57,8 @@ extern "C" {
 
 ssize_t read(int fd, void *data, size_t size) {
     look_at(fd);
+    if (disk.before_read)
+        disk.before_read();
     if (!disk.reads.empty())
         if (const answer next = take(disk.reads); next.result <= 0)
             return next.result;
@@ -290,6 +294,44 @@ TEST_F(File, FileThatDoesNotKnowItsSizeIsCopiedWhole) {
     ASSERT_EQ(1, file_copy("/proc/self/limits", "b", 1, nullptr));
     EXPECT_EQ(read_file("/proc/self/limits"), read_file("b"));
     EXPECT_FALSE(read_file("b").empty());
+}
+
+TEST_F(File, LongFileThatDoesNotKnowItsSizeIsCopiedWhole) {
+    if (!exists("/proc/self/cmdline"))
+        GTEST_SKIP() << "there is no /proc here";
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_CLOEXEC));
+    const std::string word = text('w', 20000);
+    const pid_t waiting = fork();
+    if (waiting == 0) {
+        dup2(ends[0], STDIN_FILENO);
+        execlp("sh", "sh", "-c", "read x", "sh", word.c_str(), nullptr);
+        _exit(127);
+    }
+    ::close(ends[0]);
+    const std::string path = "/proc/" + std::to_string(waiting) + "/cmdline";
+    const std::string words = std::string("sh\0-c\0read x\0sh\0", 16) + word + std::string(1, '\0');
+    for (int tries = 0; tries < 1000 && read_file(path) != words; ++tries) // until the other program is there
+        usleep(10000);
+    disk.in_kernel = true;
+    EXPECT_EQ(1, file_copy(path.c_str(), "b", 1, nullptr));
+    EXPECT_EQ(words, read_file("b"));
+    ::close(ends[1]);
+    EXPECT_EQ(waiting, waitpid(waiting, nullptr, 0));
+}
+
+TEST_F(File, FileThatGrowsFromNothingIsCopiedAsLongAsItIsAfterABlock) {
+    write_file("a", "");
+    int reads = 0;
+    disk.before_read = [&reads] {
+        if (++reads <= 10)
+            std::ofstream("a", std::ios::app) << text('g', 10000);
+    };
+    std::uint32_t bytes = 0;
+    EXPECT_EQ(1, file_copy("a", "b", 1, &bytes));
+    EXPECT_EQ(2, reads);
+    EXPECT_EQ(10000U, bytes);
+    EXPECT_EQ(text('g', 10000), read_file("b"));
 }
 
 TEST_F(File, CopyOfNullTellsFail) {
