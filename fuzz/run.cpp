@@ -69,6 +69,17 @@ void disguise(std::string &text, const std::string &find, const std::string &put
             text.replace(i, put.size(), put);
 }
 
+/// A reference that is not closed in its word would swallow the private directory that the next word begins with.
+void open_references_away(std::string &text) {
+    for (std::size_t i = 0; (i = text.find('$', i)) != text.npos; ++i) {
+        std::size_t end = i + 1;
+        while (end < text.size() && !is_boundary(text[end]) && text[end] != ')')
+            ++end;
+        if (text.compare(i, 2, "$(") != 0 || end == text.size() || text[end] != ')')
+            text[i] = 'S';
+    }
+}
+
 /// Makes any bytes name nothing outside: every word with a separator begins with the private directory, no component can
 /// become "..", whatever references bring together, and the built-in setting that names a directory of the host is
 /// called otherwise.
@@ -77,6 +88,7 @@ std::string fence(std::string text) {
         text.replace(at, 6, fuzz::inside);
     disguise(text, "system_dir", "kitten_dir");
     disguise(text, "outside", "Outsize");
+    open_references_away(text);
     for (std::size_t i = 0; i < text.size(); ++i)
         if (text[i] == '.' &&
             (i + 1 == text.size() || std::isalnum(static_cast<unsigned char>(text[i + 1])) == 0))
@@ -169,11 +181,15 @@ void run(std::vector<std::string> words) {
     std::fflush(stdout);
 }
 
+/// Whether a file tells that the host refused something; the line is shown.
 bool tells_of_a_refusal(const char *path) {
     std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str().find(refused) != std::string::npos;
+    for (std::string line; std::getline(file, line);)
+        if (line.find(refused) != std::string::npos) {
+            std::fprintf(stderr, "%s\n", line.c_str());
+            return true;
+        }
+    return false;
 }
 
 /// Goes back at the end: libFuzzer finds its directories from there.

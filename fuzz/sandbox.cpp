@@ -74,9 +74,13 @@ void make_outside() {
     fs::create_symlink("etc/passwd", std::string(outside) + "/link");
 }
 
+constexpr char linked_to[] = "/mnt/outside/etc";
+
 /// One line of what lstat says; whatever happens to an entry changes its time of change.
 std::string entry_line(const fs::path &path) {
     struct stat st {};
+    if (path == linked_to) // mode and owner are changed through a link, and meant to be
+        return path.string() + "\n";
     if (lstat(path.c_str(), &st) != 0)
         return path.string() + " is gone\n";
     char line[200];
@@ -108,6 +112,9 @@ void renew_inside() {
     for (const std::string &path :
          {std::string(inside), std::string(inside) + "/kit", std::string(inside) + "/target"})
         must(mkdir(path.c_str(), 0755) == 0, path.c_str());
+    // A link that leads outside, where a kit cannot name it but a walk comes by.
+    must(mkdir("/mnt/inside/target/outside", 0755) == 0, "mkdir");
+    must(symlink(linked_to, "/mnt/inside/target/outside/outside") == 0, "symlink");
     must(chdir("/mnt/inside/kit") == 0, "chdir");
 }
 

@@ -9,7 +9,7 @@ import re
 import sys
 
 REPOSITORY = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-LARGEST = 6000  # bytes; a fuzzer learns nothing more from larger ones
+LARGEST = 1 << 16  # bytes; larger ones only make the fuzzer slow
 PARTS = {".dat": "dat", ".int": "int", ".q": "q", ".cpy": "cpy"}
 # The target of a single script, and what a section of a scenario is called there.
 SINGLE = {".dat": "settings_data", ".int": "init_script", ".q": "question_script", ".cpy": "copy_script"}
@@ -77,7 +77,10 @@ def main():
     known = set()
     for name, kit, target, args, typed in kits():
         for fuzz_target, seed in [("run", run_seed(kit, target, args, typed)), *single_seeds(kit, typed)]:
-            if len(seed) > LARGEST or (fuzz_target, seed) in known:
+            if (fuzz_target, seed) in known:
+                continue
+            if len(seed) > LARGEST:
+                print("too large for a seed of %s: %s, %d bytes" % (fuzz_target, name, len(seed)), file=sys.stderr)
                 continue
             known.add((fuzz_target, seed))
             folder = os.path.join(sys.argv[1], fuzz_target)
