@@ -127,6 +127,18 @@ TEST_F(Array, AllocAddsNullSlots) {
         EXPECT_EQ(nullptr, x->data[i]) << i;
 }
 
+TEST_F(Array, AllocWithANegativeStepGivesUpSpareSlots) {
+    fill();
+    x->block = -6;
+    EXPECT_EQ(1, alloc(x));
+    EXPECT_EQ(4, x->size);
+    EXPECT_THAT(items(x), ElementsAre("A", "B", "C"));
+    x->block = 1;
+    EXPECT_EQ(1, array_add(x, D));
+    EXPECT_EQ(1, array_add(x, X));
+    EXPECT_THAT(items(x), ElementsAre("A", "B", "C", "D", "X"));
+}
+
 TEST_F(Array, AllocThatFailsReportsAndChangesNothing) {
     fill();
     for (int block : {-8, -100, INT_MAX}) { // 2 slots for 3 items, -90 slots, more than an int can count

@@ -2,6 +2,7 @@
 
 #include "tests/copy_support.h"
 
+#include <dlfcn.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -9,6 +10,22 @@
 #include <pwd.h>
 
 #include <filesystem>
+
+namespace {
+
+int look_up_error = 0; // what a group's look-up meets, when that is not 0
+int told = 0;          // how often the fail callback was called
+
+} // namespace
+
+extern "C" group *getgrnam(const char *name) {
+    static const auto system_getgrnam =
+        reinterpret_cast<group *(*)(const char *)>(dlsym(RTLD_NEXT, "getgrnam"));
+    if (look_up_error == 0)
+        return system_getgrnam(name);
+    errno = look_up_error;
+    return nullptr;
+}
 
 namespace installer::test {
 namespace {
@@ -471,6 +488,18 @@ TEST_F(CopyAction, ADirectoryThatDoesNotFitIsNotChanged) {
     EXPECT_THAT(errors(), ElementsAre(text, text));
 }
 
+TEST_F(CopyAction, OnlyCommandsWithDotsTellOfADirectoryThatDoesNotFit) {
+    const std::string files = "./" + std::string(253, 'd') + "/*";
+    EXPECT_EQ(0, run("RmFile " + files + " -")) << "without callbacks nobody is told";
+    told = 0;
+    file_setup_fn(nullptr, [](const char *, const char *, int) { ++told; });
+    EXPECT_EQ(0, run("Chmod " + files + " - 755"));
+    EXPECT_EQ(0, run("Chown " + files + " - root"));
+    EXPECT_EQ(0, told);
+    EXPECT_EQ(0, run("RmFile " + files + " -"));
+    EXPECT_EQ(1, told);
+}
+
 TEST_F(CopyAction, ChmodLogsItsProgress) {
     make({"top/sub"}, {"top/sub/a"});
     const std::size_t before = log_lines().size();
@@ -579,6 +608,16 @@ TEST_F(CopyAction, AnUnknownGroupGivesTheUsersNumberAsGroup) {
     ASSERT_TRUE(user);
     EXPECT_EQ(1, run("Chown ./a - games:no-such-group"));
     EXPECT_EQ(user->pw_uid, group_of("a"));
+}
+
+TEST_F(CopyAction, AGroupThatCannotBeLookedUpIsNoUnknownGroup) {
+    make({}, {"a"});
+    const gid_t before = group_of("a");
+    look_up_error = EIO;
+    EXPECT_EQ(0, run("Chown ./a - root:staff"));
+    look_up_error = 0;
+    EXPECT_EQ(before, group_of("a"));
+    EXPECT_THAT(errors(), ElementsAre("Error looking up group 'staff', Input/output error"));
 }
 
 TEST_F(CopyAction, ChownFollowsALinkAndExcludesByTheWholePath) {

@@ -398,7 +398,9 @@ TEST_F(QuestAsk, BadArgumentsAskNothing) {
     ask_for("Text plain - - h t");
     const Typed input(beside("typed"), "typed\n");
     testing::internal::CaptureStdout();
+    errno = EDOM; // of an earlier call
     EXPECT_EQ(0, quest_ask(nullptr, 0, answer, sizeof answer));
+    EXPECT_EQ(0, errno);
     EXPECT_EQ(0, quest_ask(set, 1, answer, sizeof answer));
     EXPECT_EQ(0, quest_ask(set, 0, nullptr, sizeof answer));
     EXPECT_EQ(0, quest_ask(set, 0, answer, 0));
