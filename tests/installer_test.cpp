@@ -15,6 +15,8 @@ namespace {
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsSupersetOf;
+using testing::Not;
+using testing::StartsWith;
 
 /// A store without settings that takes new ones.
 ini *new_store() {
@@ -123,10 +125,23 @@ TEST_F(Driver, BlurbIsTrimmedExpandedAndKeepsItsEmptyLines) {
     write_file("blurb.txt", "  Thank you.  \n\n$(site)/index.html$(nosuch)\nno line end");
     EXPECT_EQ("\nThank you.\n\n/srv/board/index.html\nno line end\n",
               printed([this] { print_blurb(store_); }));
+    EXPECT_THAT(log_lines(), Not(Contains(StartsWith("Error: "))));
 }
 
-TEST_F(Driver, MissingBlurbPrintsNothing) {
+TEST_F(Driver, MissingBlurbPrintsNothingAndIsNoError) {
     EXPECT_EQ("", printed([this] { print_blurb(store_); }));
+    EXPECT_THAT(log_lines(), Not(Contains(StartsWith("Error: "))));
+}
+
+TEST_F(Driver, BlurbThatCannotBeOpenedOrReadIsReported) {
+    ASSERT_EQ(0, symlink("blurb.txt", "blurb.txt"));
+    EXPECT_EQ("", printed([this] { print_blurb(store_); }));
+    EXPECT_THAT(log_lines(),
+                Contains("Error: Error opening 'blurb.txt' for read, Too many levels of symbolic links"));
+    std::filesystem::remove("blurb.txt");
+    std::filesystem::create_directory("blurb.txt");
+    EXPECT_EQ("\n", printed([this] { print_blurb(store_); }));
+    EXPECT_THAT(log_lines(), Contains("Error: Error reading from 'blurb.txt', Is a directory"));
 }
 
 // --- the callbacks ---
@@ -287,9 +302,11 @@ TEST_F(Driver, LoopToANegativeNumberOrPastTheEndStaysInBounds) {
     ini_add_name(store_, "again", "no");
     write_file("kit.q", "[install]\nLoop again 4000000\n");
     printed([this] { EXPECT_EQ(action_done, install_product(store_)); });
-    write_file("kit.q", "[install]\nLoop again -7\n");
-    EXPECT_EQ("[Install]\nError: Loop at 'again' never ends\n",
-              printed([this] { EXPECT_EQ(action_failed, install_product(store_)); }));
+    for (const char *back : {"-7", "0"}) { // the first entry, which is the loop itself
+        write_file("kit.q", "[install]\nLoop again " + std::string(back) + "\n");
+        EXPECT_EQ("[Install]\nError: Loop at 'again' never ends\n",
+                  printed([this] { EXPECT_EQ(action_failed, install_product(store_)); }));
+    }
 }
 
 TEST_F(Driver, DefaultThatIsRefusedEndsAnAutomatedAction) {
