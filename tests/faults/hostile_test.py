@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Trees that are made, or that change while they are walked, to lead the installer astray.
 
-Whatever a script's line is about, nothing outside its targets may be removed, written, re-owned or re-moded; no run may
-wait for ever; and what was not done is told and not counted.
+Whatever a script's line is about, nothing outside its targets may be removed, written, re-owned, re-moded or copied
+from; no run may wait for ever; and what was not done is told and not counted.
 
 Run by ctest; by hand:
 
@@ -10,27 +10,30 @@ Run by ctest; by hand:
 """
 
 import os
+import pwd
 import shutil
 import socket
 import subprocess
 import sys
-import tempfile
 import unittest
 
 sys.dont_write_bytecode = True  # the tree stays as it is
 
-from sandbox import FOLDER, Kit, Sandbox, files_counted, take_down, told, write
+from sandbox import Kit, Sandbox, account, files_counted, make_folder, put_back, take_down, told, write
 
 LOOKS = ("openat,fdopendir,readdir,fstatat,stat,lstat,fstat,unlinkat,mkdirat,fchmodat,fchownat,copy_file_range,"
          "read,write")
+# Only root can give a file away.
+OTHER = "nobody" if os.getuid() == 0 else account(pwd.getpwuid, os.getuid(), "pw_name")
 
 
 class Hostile(unittest.TestCase):
     def setUp(self):
         os.umask(0o022)
-        self.folder = tempfile.mkdtemp(prefix="kit-", dir=FOLDER)
+        self.folder = make_folder("kit-")
         self.addCleanup(shutil.rmtree, self.folder)
         self.sandbox = None
+        self.runs = 0
 
     def unpack(self, *lines, init=""):
         """A kit of these lines; its targets may be everything in `target`."""
@@ -85,63 +88,87 @@ class ChangingTrees(Hostile):
         "the tree itself becomes a link that leads outside": "mv tree kept && ln -s ../outside/folder tree",
     }
 
-    def strike_everywhere(self, *lines, but=()):
-        self.unpack(*lines)
+    # The first two put a link into the tree, and nothing below it may be met; with the third the path that the line
+    # names leads outside, and is followed.
+    LINKS = ("a folder becomes a link that leads outside", "a folder becomes a link to the folder above it")
+    TREE = "the tree itself becomes a link that leads outside"
+
+    def make_tree(self):
         self.make("tree/file", "text")
         self.make("tree/sub/below/deep", "text")
         self.make("tree/sub/other", "text")
         self.make("copies/here", "text")
         self.sandbox.state = take_down(self.sandbox.root)
-        runs = 0
-        for name, command in self.STRIKES.items():
+
+    def outcomes_of(self, name, run):
+        """Strikes in one run after the other, and sees that the strike came off in one of them at least. Where a run
+        has removed what is to be replaced, there is nothing left to strike at."""
+        struck = os.path.join(self.folder, "struck")
+        strike = "run cd %s && { %s && echo >> %s; } 2>/dev/null || true" % (self.path("target"), self.STRIKES[name],
+                                                                             struck)
+        write(struck, "")
+        put_back(self.sandbox.root, take_down(self.sandbox.root), self.sandbox.state)  # a failed strike left its traces
+        at = 1
+        outcome = run({"CALLS": LOOKS, "AT": "1", "DO": strike})
+        while outcome.disturbed:
+            yield at, outcome
+            self.sandbox.reset(outcome)
+            self.runs += 1
+            at += 1
+            outcome = run({"CALLS": LOOKS, "AT": str(at), "DO": strike})
+        self.sandbox.reset(outcome)
+        came_off = os.path.getsize(struck)
+        os.unlink(struck)  # it lies in the kit's own folder
+        self.assertGreater(came_off, 0, "never came off: " + name)
+
+    def strike_everywhere(self, *lines, but=()):
+        self.unpack(*lines)
+        self.make_tree()
+        for name in self.STRIKES:
             if name in but:
                 continue
-            at = 0
-            while True:
-                at += 1
-                # Where the run has removed what is to be replaced, there is nothing left to strike at.
-                strike = "run cd %s && { %s; } 2>/dev/null || true" % (self.path("target"), command)
-                with self.subTest(name, at=at):
-                    outcome = self.run_kit({"CALLS": LOOKS, "AT": str(at), "DO": strike})
-                self.sandbox.reset(outcome)
-                if not outcome.disturbed:
-                    break
-            runs += at
-        print("%d runs" % runs, file=sys.stderr)
+            with self.subTest(name):
+                for at, outcome in self.outcomes_of(name, self.run_kit):
+                    if name != self.TREE:
+                        self.assertEqual(self.stolen(outcome), [], "call %d" % at)
+        print("%d runs" % self.runs, file=sys.stderr)
+
+    def stolen(self, outcome):
+        """The copies of what lies outside."""
+        return [path for path, entry in outcome.tree.items()
+                if path.startswith("target") and entry.content == b"nobody's business"]
 
     def test_removing(self):
         self.strike_everywhere("RmDir $(target)/tree -")
 
     def test_removing_files(self):
         # The path in the line leads where it leads: before the listing begins, links in it are followed.
-        self.strike_everywhere("RmFile $(target)/tree/* -", but=("the tree itself becomes a link that leads outside",))
+        self.strike_everywhere("RmFile $(target)/tree/* -", but=(self.TREE,))
 
     def test_copying(self):
         self.strike_everywhere("CopyDir $(target)/tree - $(target)/copies",
                                "CopyFile $(target)/tree/* - $(target)/copies")
 
-    # Modes and owners are changed through links, as they were asked for; so these two strikes are the kit's own will.
-    LINKS = ("a folder becomes a link that leads outside", "a folder becomes a link to the folder above it")
+    # Modes and owners are changed through links, as they were asked for: what the entry leads to is the kit's own will,
+    # but nothing below.
 
     def test_changing_modes(self):
-        self.strike_everywhere("Chmod $(target)/tree - 700", but=self.LINKS +
-                               ("the tree itself becomes a link that leads outside",))
+        self.strike_everywhere("Chmod $(target)/tree - 700", but=(*self.LINKS, self.TREE))
 
-    def test_modes_below_a_folder_that_becomes_a_link(self):
-        self.unpack("Chmod $(target)/tree - 700")
-        self.make("tree/sub/other", "text")
-        self.sandbox.state = take_down(self.sandbox.root)
-        strike = "run cd %s && mv tree/sub kept && ln -s ../../outside/folder tree/sub || true" % self.path("target")
-        before = os.lstat(self.path("outside", "folder", "file"))
-        at = 0
-        disturbed = True
-        while disturbed:
-            at += 1
-            outcome = self.sandbox.run("everything", {"CALLS": LOOKS, "AT": str(at), "DO": strike})
-            self.assertEqual(outcome.status, 0)
-            self.assertEqual(os.lstat(self.path("outside", "folder", "file")).st_mode, before.st_mode)
-            self.sandbox.reset(outcome)
-            disturbed = outcome.disturbed
+    def test_changing_owners(self):
+        self.strike_everywhere("Chown $(target)/tree - " + OTHER, but=(*self.LINKS, self.TREE))
+
+    def test_modes_and_owners_below_a_folder_that_becomes_a_link(self):
+        for line in ("Chmod $(target)/tree - 700", "Chown $(target)/tree - " + OTHER):
+            self.unpack(line)
+            self.make_tree()
+            below = {path: entry for path, entry in self.sandbox.state.items()
+                     if not path.startswith("target") and path != "outside/folder"}
+            for name in self.LINKS:
+                with self.subTest(line, strike=name):
+                    for at, outcome in self.outcomes_of(name, lambda fault: self.sandbox.run("everything", fault)):
+                        self.assertEqual((outcome.status, outcome.errors_shown), (0, ""))
+                        self.assertEqual({path: outcome.tree.get(path) for path in below}, below, "call %d" % at)
 
 
 class Links(Hostile):
@@ -188,7 +215,8 @@ class Names(Hostile):
         self.assertEqual(files_counted(outcome), 2 * (len(self.NAMES) + 1))
 
     def test_nothing_is_done_to_the_file_that_a_cut_path_would_name(self):
-        """Of two names one fits exactly; the other is longer by one letter, and its cut path is the first one's."""
+        """Of three names one fits exactly; the others are longer, one by a letter and one as long as names can be, and
+        their cut path is the first one's."""
         self.unpack(*(line % "$(target)/tree/*z" for line in
                       ("CopyFile %s - $(target)/copies", "CopyDir %s - $(target)/copies", "Chmod %s - 777",
                        "Chown %s - nobody", "RmFile %s -", "RmDir %s -")))
@@ -196,17 +224,39 @@ class Names(Hostile):
         os.makedirs(self.path("target", "copies"))
         self.make(os.path.join("tree", fits), "short")
         folder = os.open(self.path("target", "tree"), os.O_RDONLY)
-        os.close(os.open(fits + "z", os.O_CREAT | os.O_WRONLY, 0o644, dir_fd=folder))
+        for name in (fits + "z", "n" * 254 + "z"):
+            os.close(os.open(name, os.O_CREAT | os.O_WRONLY, 0o644, dir_fd=folder))
         os.close(folder)
         before = take_down(self.path("target"))
         outcome = self.run_kit()
         self.assertEqual(take_down(self.path("target")), before)
         self.assertEqual(files_counted(outcome), 0)
         too_long = "Error: Path too long '%s/', File name too long" % self.path("target", "tree")
-        self.assertEqual([line for line in outcome.log if "Path too long" in line].count(too_long), 6)
+        self.assertEqual([line for line in outcome.log if "Path too long" in line].count(too_long), 2 * 6)
+
+    def test_a_name_as_long_as_names_can_be_is_told_and_stays_alone(self):
+        self.unpack("CopyDir $(target)/tree - $(target)/copies", "Chmod $(target)/tree - 700",
+                    "Chown $(target)/tree - " + OTHER, "RmDir $(target)/tree -")
+        self.make("tree/file", "text")
+        os.mkdir(self.path("target", "copies"))
+        folder = os.open(self.path("target", "tree"), os.O_RDONLY)
+        os.mkdir("d" * 255, dir_fd=folder)
+        os.close(os.open("f" * 255, os.O_CREAT | os.O_WRONLY, 0o644, dir_fd=folder))
+        outcome = self.run_kit()
+        for name, mode in (("d" * 255, 0o755), ("f" * 255, 0o644)):
+            info = os.stat(name, dir_fd=folder)
+            self.assertEqual((info.st_mode & 0o777, info.st_uid), (mode, os.getuid()))
+        self.assertEqual(len(os.listdir(folder)), 2)
+        os.close(folder)
+        self.assertEqual(os.listdir(self.path("target", "copies", "tree")), ["file"])
+        too_long = "Error: Path too long '%s', File name too long" % self.path("target", "tree")
+        self.assertEqual(outcome.log.count(too_long), 4 * 2)
+        # Folder and file copied and twice changed, the file removed.
+        self.assertEqual(files_counted(outcome), 2 + 2 + 2 + 1)
 
     def test_nothing_is_done_below_the_depth_at_which_paths_stop_fitting(self):
-        self.unpack("CopyDir $(target)/tree - $(target)/copies", "Chmod $(target)/tree - 700", "RmDir $(target)/tree -")
+        self.unpack("CopyDir $(target)/tree - $(target)/copies", "Chmod $(target)/tree - 700",
+                    "Chown $(target)/tree - " + OTHER, "RmDir $(target)/tree -")
         os.makedirs(self.path("target", "copies"))
         os.makedirs(self.path("target", "tree"))
         folder = os.open(self.path("target", "tree"), os.O_RDONLY)
@@ -216,14 +266,25 @@ class Names(Hostile):
             os.close(os.open("file", os.O_CREAT | os.O_WRONLY, 0o644, dir_fd=below))
             os.close(folder)
             folder = below
-        outcome = self.run_kit()
         os.close(folder)
+        before = take_down(self.path("target"))
+        outcome = self.run_kit()
         self.assertTrue(told(outcome))
-        depth = (255 - len(self.path("target", "tree"))) // 31  # the deepest folder whose path fits
-        deepest = self.path("target", "tree", *["d" * 30] * depth)
-        self.assertEqual(os.lstat(deepest).st_mode & 0o777, 0o700)
-        self.assertEqual(os.lstat(deepest + "/" + "d" * 30).st_mode & 0o777, 0o755)
-        self.assertTrue(os.path.exists(deepest + "/" + "d" * 30 + "/file"))
+        after = take_down(self.path("target"))
+        copies = {path for path in after if path.startswith("copies/")}
+        wanted = {"copies/" + path for path in before if path.startswith("tree")}
+        self.assertEqual(copies, {path for path in wanted if self.fits(path)})
+        for path, entry in before.items():
+            if path.startswith("tree") and not self.fits(path):
+                self.assertEqual(after.get(path), entry)
+            elif path.startswith("tree") and path.endswith("file"):
+                self.assertNotIn(path, after)
+            elif path.startswith("tree"):  # a folder, not empty at the end
+                self.assertEqual(after[path].mode, 0o700)
+                self.assertEqual(after[path].owner[0], pwd.getpwnam(OTHER).pw_uid)
+
+    def fits(self, path):
+        return len(self.path("target", path)) <= 255
 
 
 class Pipes(Hostile):
@@ -277,18 +338,29 @@ class Sizes(Hostile):
         if os.environ.get("HOSTILE_LARGE") == "1":
             self.assertEqual(os.path.getsize(self.path("target", "out", "large")), (1 << 32) + 12345)
 
+    def copy_what_grows(self, text, more, by_hand):
+        """Gives the copy of a file that began as `text` and to which `more` is appended after every call."""
+        self.unpack("CopyFile $(target)/in/grows - $(target)/out")
+        self.make("in/grows", text)
+        os.mkdir(self.path("target", "out"))
+        append = "run printf %s >> %s" % (more, self.path("target", "in", "grows"))
+        outcome = self.run_kit({"CALLS": "copy_file_range,read", "AT": "1", "ON": "1", "DO": append,
+                                "BY_HAND": by_hand})
+        self.assertTrue(outcome.disturbed)
+        self.assertEqual(files_counted(outcome), 1)
+        return self.read("out", "grows")
+
     def test_the_copy_of_a_file_that_grows_with_every_call_has_an_end(self):
         for by_hand in ("0", "1"):
             with self.subTest(by_hand=by_hand):
-                self.unpack("CopyFile $(target)/in/grows - $(target)/out")
-                self.make("in/grows", "0123456789" * 2000)
-                os.mkdir(self.path("target", "out"))
-                more = "run printf more-and-more >> %s" % self.path("target", "in", "grows")
-                outcome = self.run_kit({"CALLS": "copy_file_range,read", "AT": "1", "ON": "1", "DO": more,
-                                        "BY_HAND": by_hand})
-                self.assertTrue(outcome.disturbed)
-                self.assertEqual(self.read("out", "grows"), "0123456789" * 2000)
-                self.assertEqual(files_counted(outcome), 1)
+                text = "0123456789" * 2000
+                self.assertEqual(self.copy_what_grows(text, "more-and-more", by_hand), text)
+
+    def test_the_copy_of_a_file_that_grows_from_nothing_has_an_end(self):
+        for by_hand in ("0", "1"):
+            with self.subTest(by_hand=by_hand):
+                copy = self.copy_what_grows("", "more-and-more-" * 100, by_hand)
+                self.assertTrue(self.read("in", "grows").startswith(copy))
 
 
 MOUNT = "exec unshare %s -m bash -c '%%s; exec \"$@\"' bash \"$@\"" % ("" if os.getuid() == 0 else "-r")

@@ -2,10 +2,16 @@
 
 A sandbox is a folder with a kit, a target and an `outside`, which holds what nobody may touch. What stands in it is
 taken down before and after a run as a dictionary from paths to entries, and put back in between.
+
+The process that makes sandboxes is fenced in before the first one, and so is all that it starts: a mount namespace
+in which all of the host can only be read, with a file system in memory for the sandboxes. A path that has lost its
+beginning does no harm there, and the attempt is told.
 """
 
 import collections
+import ctypes
 import errno
+import functools
 import grp
 import os
 import pwd
@@ -13,6 +19,7 @@ import re
 import shutil
 import stat
 import subprocess
+import sys
 import tempfile
 
 TESTS = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
@@ -23,8 +30,8 @@ FAULTS = os.path.abspath(os.environ["FAULTS_LIBRARY"])
 FIRST = os.environ.get("FAULTS_FIRST", "")
 
 STAMP = re.compile(r"^.{20} \[\d+\] ")
-# Thousands of runs spare the disk.
-FOLDER = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
+MEMORY = "/dev/shm"  # thousands of runs spare the disk
+LEFT = os.strerror(errno.EROFS)  # what a run is told that goes for anything outside the fence
 TOLD = re.compile(r"^(?:\.*Error: .*|\]?Failed, .*)$", re.MULTILINE)
 COUNT = re.compile(r"\] ?\n ?Success .*?(\d+) files", re.DOTALL)
 
@@ -37,6 +44,53 @@ def account(find, number, field):
         return getattr(find(number), field)
     except KeyError:
         return "nobody-here"
+
+
+def enter_fence():
+    """All can only be read now, but for an empty MEMORY and for /proc, which whoever makes a namespace of his own
+    writes to. An ordinary user stays who he is, so that his programs may do no more than before."""
+    libc = ctypes.CDLL(None, use_errno=True)
+    user, group = os.geteuid(), os.getegid()
+    new_mounts, new_user = 0x00020000, 0x10000000
+    private, at_here, recursive, mount_setattr = 1 << 18 | 1 << 14, -100, 0x8000, 442
+    flags = ctypes.c_uint64 * 4  # what is set, what is cleared; the first bit is "read-only"
+
+    def must(result):
+        if result != 0:
+            raise OSError(ctypes.get_errno(), os.strerror(ctypes.get_errno()))
+
+    must(libc.unshare(new_mounts | (new_user if user else 0)))
+    if user:
+        for name, text in (("setgroups", "deny"), ("uid_map", "%d %d 1" % (user, user)),
+                           ("gid_map", "%d %d 1" % (group, group))):
+            write("/proc/self/" + name, text)
+    must(libc.mount(None, b"/", None, private, None))
+    must(libc.syscall(mount_setattr, at_here, b"/", recursive, flags(1, 0), ctypes.sizeof(flags)))
+    must(libc.syscall(mount_setattr, at_here, b"/proc", 0, flags(0, 1), ctypes.sizeof(flags)))
+    must(libc.mount(b"sandboxes", MEMORY.encode(), b"tmpfs", 0, b"mode=1777"))
+
+
+@functools.cache
+def fenced():
+    """Whether this process is fenced in. A child tries it first, so that a system that refuses half-way leaves this
+    one as it is."""
+    child = os.fork()
+    if child == 0:
+        try:
+            enter_fence()
+            os._exit(0)
+        except OSError as error:
+            print("no private mount namespace, so the runs are not fenced in: %s" % error, file=sys.stderr, flush=True)
+        os._exit(1)
+    if os.waitpid(child, 0)[1] != 0:
+        return False
+    enter_fence()
+    return True
+
+
+def make_folder(prefix):
+    memory = MEMORY if fenced() or os.access(MEMORY, os.W_OK) else None
+    return os.path.realpath(tempfile.mkdtemp(prefix=prefix, dir=memory))
 
 
 class Kit:
@@ -140,7 +194,7 @@ def put_back(root, now, wanted):
 class Sandbox:
     def __init__(self, kit):
         self.kit = kit
-        self.root = os.path.realpath(tempfile.mkdtemp(prefix="faults-", dir=FOLDER))
+        self.root = make_folder("faults-")
         self.report = os.memfd_create("report")
         self.library = self.root + ".so"  # the loader cannot name a library with a blank in its path
         os.symlink(FAULTS, self.library)
@@ -172,7 +226,8 @@ class Sandbox:
 
     def run(self, action, fault=None, within=None):
         """Runs the installer; `fault` are the variables of the library without their beginning FAULTS_. `within` is a
-        shell script that runs it as "$@" in another environment."""
+        shell script that runs it as "$@" in another environment, whose read-only places are its own affair. An attempt
+        to write outside the fence counts among the errors shown."""
         words, typed = ACTIONS[action]
         log = os.path.join(self.root, "kit", "setup.log")
         if os.path.exists(log):
@@ -195,8 +250,12 @@ class Sandbox:
             with open(log, encoding="utf-8", errors="replace") as file:
                 lines = [STAMP.sub("", line) for line in file.read().splitlines()]
         disturbed = os.pread(self.report, 1 << 20, 0).decode().splitlines()
-        return Outcome(run.returncode, run.stdout.decode(errors="replace"), run.stderr.decode(errors="replace"),
-                       lines, take_down(self.root), disturbed)
+        console = run.stdout.decode(errors="replace")
+        errors_shown = run.stderr.decode(errors="replace")
+        if fenced() and not within:
+            errors_shown += "".join("left the sandbox: %s\n" % line for line in console.splitlines() + lines
+                                    if LEFT in line)
+        return Outcome(run.returncode, console, errors_shown, lines, take_down(self.root), disturbed)
 
     def reset(self, outcome):
         put_back(self.root, outcome.tree, self.state)
