@@ -234,7 +234,8 @@ TEST_F(NoMemory, AStoreSetsUpWhatItCan) {
     });
 }
 
-TEST_F(NoMemory, AStoreFindsAllThatItSaysItTook) {
+TEST_F(NoMemory, AStoreFindsAllThatItSaysItTookAndTellsOfTheRest) {
+    std::ptrdiff_t told_before = 0;
     with_each_allocation_refused([&] {
         ini *x = small_store();
         const int added = try_it([&] { return ini_add_name(x, "many", "two"); });
@@ -245,6 +246,10 @@ TEST_F(NoMemory, AStoreFindsAllThatItSaysItTook) {
         EXPECT_EQ(changed == 1, std::string("/opt") == str(ini_value(x, 0)));
         EXPECT_EQ(created == 1 ? "value" : std::string(), str(ini_value_name(x, "new")));
         EXPECT_TRUE(refused || added + changed + created == 3);
+        const auto lines = log_lines();
+        const auto told = std::count(lines.begin(), lines.end(), "Error: Memory allocation error");
+        EXPECT_EQ(refused, told > told_before);
+        told_before = told;
         EXPECT_STREQ("none", ini_label(x, 2));
         ini_free(&x);
     });
