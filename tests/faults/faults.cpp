@@ -4,9 +4,12 @@
 //     FAULTS_CALLS    the functions, separated by commas; their calls are counted together
 //     FAULTS_AT       which call is disturbed, counted from 1 since the beginning of main
 //     FAULTS_ON       "1": every later call too
-//     FAULTS_DO       "fail ERRNO", "short", "kill SIGNAL" (after the call) or "run COMMAND" (after the call)
+//     FAULTS_DO       "fail ERRNO", "short" (one byte is moved), "kill SIGNAL" (after the call) or "run COMMAND"
+//                     (after the call)
+//     FAULTS_BEFORE   a command that is run before main begins
 //     FAULTS_BY_HAND  "1": the kernel copies no files, so that the program reads and writes their bytes itself
-//     FAULTS_REPORT   a descriptor: a line "FUNCTION THING" is written to it for each call that is disturbed
+//     FAULTS_REPORT   a descriptor: a line "FUNCTION THING" is written to it for each call that is disturbed; "> "
+//                     stands before a THING that is open for writing
 //
 // A stream fails as it does in life: its descriptor is exchanged for one that the system itself refuses, so that
 // the stream's own marks are true. Only calls that reach the system count: a read that finds its bytes in the
@@ -111,19 +114,22 @@ void report(const char *name, const char *thing) {
 void report_descriptor(const char *name, int fd) {
     const at_work now;
     char link[32];
-    char path[4096] = "";
+    char thing[4096] = "> ";
+    const int status = fcntl(fd, F_GETFL);
+    const bool written = status >= 0 && (status & O_ACCMODE) != O_RDONLY;
+    char *path = thing + (written ? 2 : 0);
     std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
-    if (readlink(link, path, sizeof path - 1) < 0)
-        path[0] = '\0';
-    report(name, path);
+    const ssize_t length = readlink(link, path, sizeof thing - 3);
+    path[length < 0 ? 0 : length] = '\0';
+    report(name, thing);
 }
 
-void run_command() {
+void run_command(const char *command) {
     const at_work now;
     const pid_t child = fork();
     if (child == 0) {
         unsetenv("LD_PRELOAD");
-        execl("/bin/sh", "sh", "-c", plan.command, static_cast<char *>(nullptr));
+        execl("/bin/sh", "sh", "-c", command, static_cast<char *>(nullptr));
         _exit(127);
     }
     int status = 0;
@@ -135,14 +141,11 @@ void after_call() {
     if (plan.what == deed::kill)
         std::raise(plan.number);
     else if (plan.what == deed::run)
-        run_command();
+        run_command(plan.command);
 }
 
-/// A call that does nothing when it fails.
 template <typename Result, typename Real>
-Result disturbed(const char *name, const char *thing, Result failure, Real real) {
-    if (!is_due(name))
-        return real();
+Result disturb(const char *name, const char *thing, Result failure, Real real) {
     report(name, thing);
     if (plan.what == deed::fail) {
         errno = plan.number;
@@ -151,6 +154,21 @@ Result disturbed(const char *name, const char *thing, Result failure, Real real)
     Result result = real();
     after_call();
     return result;
+}
+
+/// A call that does nothing when it fails.
+template <typename Result, typename Real>
+Result disturbed(const char *name, const char *thing, Result failure, Real real) {
+    return is_due(name) ? disturb(name, thing, failure, real) : real();
+}
+
+/// A transfer of `size` bytes, which alone can be short.
+template <typename Real>
+ssize_t disturbed_transfer(const char *name, size_t size, Real real) {
+    if (!is_due(name))
+        return real(size);
+    const bool cut = plan.what == deed::cut_short && size > 1;
+    return disturb(name, "", ssize_t{-1}, [&] { return real(cut ? 1 : size); });
 }
 
 /// While it lives, the stream's descriptor is one that the system refuses.
@@ -241,6 +259,8 @@ int (*program_main)(int, char **, char **);
 
 int armed_main(int argc, char **argv, char **environment) {
     read_plan();
+    if (const char *before = text_of("FAULTS_BEFORE"); *before != '\0')
+        run_command(before);
     busy = false;
     return program_main(argc, argv, environment);
 }
@@ -389,15 +409,13 @@ dirent *faulty_readdir(DIR *dir) {
 ssize_t faulty_read(int fd, void *data, size_t size) STANDS_FOR(read);
 ssize_t faulty_read(int fd, void *data, size_t size) {
     static auto *const real = next<decltype(faulty_read)>("read");
-    const bool cut = plan.what == deed::cut_short && size > 1;
-    return disturbed("read", "", ssize_t{-1}, [&] { return real(fd, data, cut ? 1 : size); });
+    return disturbed_transfer("read", size, [&](size_t most) { return real(fd, data, most); });
 }
 
 ssize_t faulty_write(int fd, const void *data, size_t size) STANDS_FOR(write);
 ssize_t faulty_write(int fd, const void *data, size_t size) {
     static auto *const real = next<decltype(faulty_write)>("write");
-    const bool cut = plan.what == deed::cut_short && size > 1 && !busy;
-    return disturbed("write", "", ssize_t{-1}, [&] { return real(fd, data, cut ? 1 : size); });
+    return disturbed_transfer("write", size, [&](size_t most) { return real(fd, data, most); });
 }
 
 ssize_t faulty_copy_file_range(int from, off64_t *from_at, int to, off64_t *to_at, size_t size,
@@ -405,13 +423,12 @@ ssize_t faulty_copy_file_range(int from, off64_t *from_at, int to, off64_t *to_a
 ssize_t faulty_copy_file_range(int from, off64_t *from_at, int to, off64_t *to_at, size_t size,
                                unsigned flags) {
     static auto *const real = next<decltype(faulty_copy_file_range)>("copy_file_range");
-    const bool cut = plan.what == deed::cut_short && size > 1;
     if (plan.by_hand) {
         errno = EOPNOTSUPP;
         return -1;
     }
-    return disturbed("copy_file_range", "", ssize_t{-1},
-                     [&] { return real(from, from_at, to, to_at, cut ? 1 : size, flags); });
+    return disturbed_transfer("copy_file_range", size,
+                              [&](size_t most) { return real(from, from_at, to, to_at, most, flags); });
 }
 
 /// A close that fails has closed all the same.

@@ -17,7 +17,7 @@ Chmod $(place)/tree *.html 750 tree_there
 Chmod $(place)/*.txt - 640
 Chown $(place)/tree - $(owner):$(group)
 Chown $(place)/title - $(owner)
-RFile $(log_path) nothing
+RFile $(place)/two.txt nothing
 RmFile $(place)/one/note.html -
 MkDir $(target)/before/obsolete/once-more
 RmDir $(target)/before/obsolete keep*
@@ -56,8 +56,7 @@ Chown $(target)/again/tree/* - $(owner):$(group)
 Chmod $(target)/again/tree/* - 711
 Error never This line always fails.
 WFile $(target)/again/written title
-WFile $(target)/again/emptied title
-RFile $(target)/again/emptied nothing
+RFile $(target)/again/two.txt nothing
 RmFile $(target)/again/one.txt -
 RmDir $(target)/again/tree/deep keep*
 Frobnicate a b c
