@@ -552,9 +552,13 @@ bool run_init_script(ini *store) {
     return true;
 }
 
-bool load_settings(ini *store) {
+bool load_settings(const log *log_file, ini *store) {
     char path[path_size];
-    return kit_file(path, ".dat") && load_datfile(store, path) != 0;
+    if (kit_file(path, ".dat") && load_datfile(store, path) != 0)
+        return true;
+    if (log_file->F == nullptr) // so the reason that was logged is lost
+        std::printf("Error: Failed to load settings file '%s.dat', %s\n", myname, std::strerror(errno));
+    return false;
 }
 
 void wait_for_enter() {
@@ -576,7 +580,7 @@ void run(run_state &state, int argc, char **argv) {
     }
     open_log(state.log_file);
     process_args(state.log_file, argv, argc);
-    if (load_settings(state.store) && run_init_script(state.store))
+    if (load_settings(state.log_file, state.store) && run_init_script(state.store))
         run_menu(state.store);
     state.release();
     if (automate == 0)

@@ -153,11 +153,6 @@ def passed_in_silence(reference, outcome):
         not is_of_console(outcome.disturbed)
 
 
-def ends_at_once(before, outcome):
-    """Whether a run that could not read its settings has done nothing: only the log tells why."""
-    return outcome.tree == before and outcome.console in ("", "\n<Press enter to exit>")
-
-
 def complaints(kit, before, reference, outcome, borne):
     if outcome.status != 0:
         yield "status %d" % outcome.status
@@ -178,7 +173,7 @@ def complaints(kit, before, reference, outcome, borne):
         # What the log was to tell is lost with it. The console still shows that something is missing, be it in the count
         # alone, and says why a run ends early.
         missing = differing(outcome.tree, reference.tree, kit.uncounted)
-        if not new and (counted is None or (missing and not shown)) and not ends_at_once(before, outcome):
+        if not new and (counted is None or (missing and not shown)):
             yield "lost in silence, and the log with it"
     elif not new and not same:
         yield "lost in silence"
