@@ -94,6 +94,14 @@ class NoMemory : public LogDir {
         return part();
     }
 
+    /// How often want of memory was told so far.
+    std::ptrdiff_t times_told() const {
+        const std::vector<std::string> all = log_lines();
+        return std::count_if(all.begin(), all.end(), [](const std::string &line) {
+            return line.rfind("Error: Memory allocation error", 0) == 0;
+        });
+    }
+
     static ini *small_store() {
         static const setting_list settings[] = {{"base", "/srv", Ini_Replace},
                                                 {"many", "one", Ini_Multi},
@@ -246,10 +254,8 @@ TEST_F(NoMemory, AStoreFindsAllThatItSaysItTookAndTellsOfTheRest) {
         EXPECT_EQ(changed == 1, std::string("/opt") == str(ini_value(x, 0)));
         EXPECT_EQ(created == 1 ? "value" : std::string(), str(ini_value_name(x, "new")));
         EXPECT_TRUE(refused || added + changed + created == 3);
-        const auto lines = log_lines();
-        const auto told = std::count(lines.begin(), lines.end(), "Error: Memory allocation error");
-        EXPECT_EQ(refused, told > told_before);
-        told_before = told;
+        EXPECT_EQ(refused, times_told() > told_before);
+        told_before = times_told();
         EXPECT_STREQ("none", ini_label(x, 2));
         ini_free(&x);
     });
@@ -334,10 +340,13 @@ TEST_F(NoMemory, ASettingsFileIsLoadedAndSavedAsFarAsThereIsRoom) {
 
 TEST_F(NoMemory, ADataFileIsLoadedWholeOrRefused) {
     write_file("setup.dat", "product Board\nbase /srv/$(product)\nempty\n");
+    std::ptrdiff_t told_before = 0;
     with_each_allocation_refused([&] {
         ini *x = ini_init();
         const int loaded = try_it([&] { return load_datfile(x, "setup.dat"); });
         EXPECT_TRUE(refused || loaded == 1);
+        EXPECT_TRUE(loaded == 1 || times_told() > told_before);
+        told_before = times_told();
         if (loaded == 1) { // the index of the names is not needed
             EXPECT_EQ(7, ini_items(x));
             EXPECT_STREQ("/srv/Board", ini_value_name(x, "base"));
@@ -345,7 +354,6 @@ TEST_F(NoMemory, ADataFileIsLoadedWholeOrRefused) {
         clear_datfile();
         ini_free(&x);
     });
-    EXPECT_THAT(log_lines(), testing::Contains(testing::StartsWith("Error: Memory allocation error")));
 }
 
 TEST_F(NoMemory, AnInitScriptIsLoadedWholeOrNotAtAll) {
