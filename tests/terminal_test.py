@@ -8,6 +8,7 @@ import os
 import shutil
 import signal
 import tempfile
+import time
 import unittest
 
 import pexpect
@@ -101,6 +102,13 @@ class Terminal(unittest.TestCase):
         child.expect_exact("Success 6 bytes in 2 files copied")
         child.expect(pexpect.EOF)
 
+    def wait_for_log(self, text):
+        for _ in range(600):
+            if text in self.read("setup.log"):
+                return
+            time.sleep(0.05)
+        self.fail("never in the log: " + text)
+
     def test_interrupt_ends_the_program_at_once_and_leaves_the_terminal_sane(self):
         shell = self.start("/bin/sh", ["-i"])
         shell.sendline("PS1=; stty -a > before; echo ready-$?")
@@ -137,6 +145,7 @@ class Terminal(unittest.TestCase):
                 child = self.start()
                 self.answer_all_questions(child)
                 child.expect_exact("Copying files[.")
+                self.wait_for_log("/second->")  # the dot is of the first
                 child.kill(getattr(signal, name))
                 child.expect(pexpect.EOF)
                 child.close()
