@@ -144,16 +144,21 @@ void after_call() {
         run_command(plan.command);
 }
 
+/// Makes a call that is disturbed, but not by a failure.
+template <typename Real>
+auto made(Real real) {
+    auto result = real();
+    after_call();
+    return result;
+}
+
 template <typename Result, typename Real>
 Result disturb(const char *name, const char *thing, Result failure, Real real) {
     report(name, thing);
-    if (plan.what == deed::fail) {
-        errno = plan.number;
-        return failure;
-    }
-    Result result = real();
-    after_call();
-    return result;
+    if (plan.what != deed::fail)
+        return made(real);
+    errno = plan.number;
+    return failure;
 }
 
 /// A call that does nothing when it fails.
@@ -200,18 +205,15 @@ Result disturbed_write(const char *name, FILE *stream, Result failure, Real real
     if (is_spared(stream) || !is_due(name))
         return real();
     report_descriptor(name, fileno(stream));
-    if (plan.what == deed::fail) {
-        const bad_descriptor full(stream, "/dev/full", O_WRONLY);
-        static auto *const flush = next<int(FILE *)>("fflush");
-        real();
-        flush(stream);
-        __fpurge(stream);
-        errno = plan.number;
-        return failure;
-    }
-    Result result = real();
-    after_call();
-    return result;
+    if (plan.what != deed::fail)
+        return made(real);
+    const bad_descriptor full(stream, "/dev/full", O_WRONLY);
+    static auto *const flush = next<int(FILE *)>("fflush");
+    real();
+    flush(stream);
+    __fpurge(stream);
+    errno = plan.number;
+    return failure;
 }
 
 template <typename Result, typename Real>
@@ -220,15 +222,12 @@ Result disturbed_read(const char *name, FILE *stream, Result failure, Real real)
     if (buffered || feof(stream) != 0 || !is_due(name))
         return real();
     report_descriptor(name, fileno(stream));
-    if (plan.what == deed::fail) {
-        const bad_descriptor directory(stream, "/", O_RDONLY | O_DIRECTORY);
-        real();
-        errno = plan.number;
-        return failure;
-    }
-    Result result = real();
-    after_call();
-    return result;
+    if (plan.what != deed::fail)
+        return made(real);
+    const bad_descriptor directory(stream, "/", O_RDONLY | O_DIRECTORY);
+    real();
+    errno = plan.number;
+    return failure;
 }
 
 const char *text_of(const char *variable) {
@@ -298,16 +297,6 @@ int faulty_openat(int dir, const char *path, int flags, ...) {
     return disturbed("openat", path, -1, [&] { return real(dir, path, flags, mode); });
 }
 
-int faulty_open(const char *path, int flags, ...) STANDS_FOR(open);
-int faulty_open(const char *path, int flags, ...) {
-    std::va_list args;
-    va_start(args, flags);
-    const mode_t mode = mode_argument(flags, args);
-    va_end(args);
-    static auto *const real = next<decltype(faulty_open)>("open");
-    return disturbed("open", path, -1, [&] { return real(path, flags, mode); });
-}
-
 int faulty_mkdirat(int dir, const char *path, mode_t mode) STANDS_FOR(mkdirat);
 int faulty_mkdirat(int dir, const char *path, mode_t mode) {
     static auto *const real = next<decltype(faulty_mkdirat)>("mkdirat");
@@ -360,18 +349,6 @@ int faulty_lstat(const char *path, struct stat *info) STANDS_FOR(lstat);
 int faulty_lstat(const char *path, struct stat *info) {
     static auto *const real = next<decltype(faulty_lstat)>("lstat");
     return disturbed("lstat", path, -1, [&] { return real(path, info); });
-}
-
-ssize_t faulty_readlink(const char *path, char *buffer, size_t size) STANDS_FOR(readlink);
-ssize_t faulty_readlink(const char *path, char *buffer, size_t size) {
-    static auto *const real = next<decltype(faulty_readlink)>("readlink");
-    return disturbed("readlink", path, ssize_t{-1}, [&] { return real(path, buffer, size); });
-}
-
-int faulty_access(const char *path, int mode) STANDS_FOR(access);
-int faulty_access(const char *path, int mode) {
-    static auto *const real = next<decltype(faulty_access)>("access");
-    return disturbed("access", path, -1, [&] { return real(path, mode); });
 }
 
 FILE *faulty_fopen(const char *path, const char *mode) STANDS_FOR(fopen);
@@ -438,10 +415,9 @@ int faulty_close(int fd) {
     if (!is_due("close"))
         return real(fd);
     report_descriptor("close", fd);
-    const int result = real(fd);
-    after_call();
     if (plan.what != deed::fail)
-        return result;
+        return made([&] { return real(fd); });
+    real(fd);
     errno = plan.number;
     return -1;
 }
@@ -475,11 +451,8 @@ int faulty_fclose(FILE *stream) {
     if (!is_due("fclose"))
         return real(stream);
     report_descriptor("fclose", fileno(stream));
-    if (plan.what != deed::fail) {
-        const int result = real(stream);
-        after_call();
-        return result;
-    }
+    if (plan.what != deed::fail)
+        return made([&] { return real(stream); });
     __fpurge(stream);
     real(stream);
     errno = plan.number;
@@ -491,12 +464,6 @@ char *faulty_fgets(char *line, int size, FILE *stream) {
     static auto *const real = next<decltype(faulty_fgets)>("fgets");
     return disturbed_read("fgets", stream, static_cast<char *>(nullptr),
                           [&] { return real(line, size, stream); });
-}
-
-size_t faulty_fread(void *data, size_t size, size_t items, FILE *stream) STANDS_FOR(fread);
-size_t faulty_fread(void *data, size_t size, size_t items, FILE *stream) {
-    static auto *const real = next<decltype(faulty_fread)>("fread");
-    return disturbed_read("fread", stream, size_t{0}, [&] { return real(data, size, items, stream); });
 }
 
 // ---- The system's data bases ----
