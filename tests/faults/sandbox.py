@@ -9,7 +9,6 @@ beginning does no harm there, and the attempt is told.
 """
 
 import collections
-import ctypes
 import errno
 import functools
 import grp
@@ -23,6 +22,10 @@ import sys
 import tempfile
 
 TESTS = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+sys.path.insert(0, TESTS)
+
+import fence  # pylint: disable=wrong-import-position
+
 REPOSITORY = os.path.dirname(TESTS)
 PROGRAM = os.path.abspath(os.environ["INSTALLER"])
 FAULTS = os.path.abspath(os.environ["FAULTS_LIBRARY"])
@@ -47,27 +50,7 @@ def account(find, number, field):
 
 
 def enter_fence():
-    """All can only be read now, but for an empty MEMORY and for /proc, which whoever makes a namespace of his own
-    writes to. An ordinary user stays who he is, so that his programs may do no more than before."""
-    libc = ctypes.CDLL(None, use_errno=True)
-    user, group = os.geteuid(), os.getegid()
-    new_mounts, new_user = 0x00020000, 0x10000000
-    private, at_here, recursive, mount_setattr = 1 << 18 | 1 << 14, -100, 0x8000, 442
-    flags = ctypes.c_uint64 * 4  # what is set, what is cleared; the first bit is "read-only"
-
-    def must(result):
-        if result != 0:
-            raise OSError(ctypes.get_errno(), os.strerror(ctypes.get_errno()))
-
-    must(libc.unshare(new_mounts | (new_user if user else 0)))
-    if user:
-        for name, text in (("setgroups", "deny"), ("uid_map", "%d %d 1" % (user, user)),
-                           ("gid_map", "%d %d 1" % (group, group))):
-            write("/proc/self/" + name, text)
-    must(libc.mount(None, b"/", None, private, None))
-    must(libc.syscall(mount_setattr, at_here, b"/", recursive, flags(1, 0), ctypes.sizeof(flags)))
-    must(libc.syscall(mount_setattr, at_here, b"/proc", 0, flags(0, 1), ctypes.sizeof(flags)))
-    must(libc.mount(b"sandboxes", MEMORY.encode(), b"tmpfs", 0, b"mode=1777"))
+    fence.enter(MEMORY, writable=("/proc",))  # whoever makes a namespace of his own writes to /proc
 
 
 @functools.cache
@@ -278,7 +261,3 @@ def differing(tree, reference, uncounted):
     more (of a file that was not renamed both its names are wrong)."""
     wrong = sum(tree.get(path) != entry for path, entry in reference.items() if path not in uncounted)
     return max(wrong, sum(path not in reference for path in tree if path not in uncounted))
-
-
-def errno_name(number):
-    return errno.errorcode[number]
